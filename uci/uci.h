@@ -81,8 +81,7 @@ extern int uci_load(struct uci_context *ctx, const char *name, struct uci_packag
 extern int uci_unload(struct uci_context *ctx, struct uci_package *p);
 
 /* Parse "pkg[.sec[.opt]][=value]" (when str is set) and look the parts up. */
-extern int uci_lookup_ptr(struct uci_context *ctx, struct uci_ptr *ptr, char *str,
-                          bool extended);
+extern int uci_lookup_ptr(struct uci_context *ctx, struct uci_ptr *ptr, char *str, bool extended);
 
 /* Append an anonymous section of the given type. */
 extern int uci_add_section(struct uci_context *ctx, struct uci_package *p, const char *type,
@@ -131,8 +130,7 @@ extern int uci_add_delta_path(struct uci_context *ctx, const char *dir);
 extern int uci_revert(struct uci_context *ctx, struct uci_ptr *ptr);
 
 /* Read one shell-style argument from a stream. */
-extern int uci_parse_argument(struct uci_context *ctx, FILE *stream, char **str,
-                              char **result);
+extern int uci_parse_argument(struct uci_context *ctx, FILE *stream, char **str, char **result);
 
 /* Select the storage backend; only "file" exists. */
 extern int uci_set_backend(struct uci_context *ctx, const char *name);
@@ -305,13 +303,13 @@ struct uci_parse_option {
 #define list_to_element(ptr) container_of(ptr, struct uci_element, list)
 
 /* Iterate a list of elements; _ptr must not be removed inside the loop. */
-#define uci_foreach_element(_list, _ptr)                                                       \
-    for (_ptr = list_to_element((_list)->next); &_ptr->list != (_list);                       \
+#define uci_foreach_element(_list, _ptr)                                                           \
+    for (_ptr = list_to_element((_list)->next); &_ptr->list != (_list);                            \
          _ptr = list_to_element(_ptr->list.next))
 
 /* Iterate a list of elements; _ptr may be removed inside the loop. */
-#define uci_foreach_element_safe(_list, _tmp, _ptr)                                            \
-    for (_ptr = list_to_element((_list)->next), _tmp = list_to_element(_ptr->list.next);      \
+#define uci_foreach_element_safe(_list, _tmp, _ptr)                                                \
+    for (_ptr = list_to_element((_list)->next), _tmp = list_to_element(_ptr->list.next);           \
          &_ptr->list != (_list); _ptr = _tmp, _tmp = list_to_element(_ptr->list.next))
 
 #define uci_list_empty(list) ((list)->next == (list))
@@ -324,7 +322,7 @@ struct uci_parse_option {
 
 #ifdef UCI_DEBUG_TYPECAST
 static const char *uci_typestr[] = {
-    [uci_type_backend] = "backend", [uci_type_delta] = "delta",     [uci_type_package] = "package",
+    [uci_type_backend] = "backend", [uci_type_delta] = "delta",   [uci_type_package] = "package",
     [uci_type_section] = "section", [uci_type_option] = "option",
 };
 
@@ -333,13 +331,13 @@ static void uci_typecast_error(int from, int to)
     fprintf(stderr, "Invalid typecast from '%s' to '%s'\n", uci_typestr[from], uci_typestr[to]);
 }
 
-#define BUILD_CAST(_type)                                                                      \
-    static inline struct uci_##_type *uci_to_##_type(struct uci_element *e)                   \
-    {                                                                                          \
-        if (e->type != uci_type_##_type) {                                                     \
-            uci_typecast_error(e->type, uci_type_##_type);                                     \
-        }                                                                                      \
-        return (struct uci_##_type *)e;                                                        \
+#define BUILD_CAST(_type)                                                                          \
+    static inline struct uci_##_type *uci_to_##_type(struct uci_element *e)                        \
+    {                                                                                              \
+        if (e->type != uci_type_##_type) {                                                         \
+            uci_typecast_error(e->type, uci_type_##_type);                                         \
+        }                                                                                          \
+        return (struct uci_##_type *)e;                                                            \
     }
 
 BUILD_CAST(backend)
@@ -370,8 +368,8 @@ static inline struct uci_package *uci_lookup_package(struct uci_context *ctx, co
 }
 
 /* Find a section of a package by name; NULL when absent. */
-static inline struct uci_section *uci_lookup_section(struct uci_context *ctx,
-                                                     struct uci_package *p, const char *name)
+static inline struct uci_section *uci_lookup_section(struct uci_context *ctx, struct uci_package *p,
+                                                     const char *name)
 {
     struct uci_element *e = NULL;
     if (uci_lookup_next(ctx, &e, &p->sections, name) == 0)
@@ -381,8 +379,8 @@ static inline struct uci_section *uci_lookup_section(struct uci_context *ctx,
 }
 
 /* Find an option of a section by name; NULL when absent. */
-static inline struct uci_option *uci_lookup_option(struct uci_context *ctx,
-                                                   struct uci_section *s, const char *name)
+static inline struct uci_option *uci_lookup_option(struct uci_context *ctx, struct uci_section *s,
+                                                   const char *name)
 {
     struct uci_element *e = NULL;
     if (uci_lookup_next(ctx, &e, &s->options, name) == 0)
@@ -392,8 +390,8 @@ static inline struct uci_option *uci_lookup_option(struct uci_context *ctx,
 }
 
 /* String value of an option; NULL when missing or when it is a list. */
-static inline const char *uci_lookup_option_string(struct uci_context *ctx,
-                                                   struct uci_section *s, const char *name)
+static inline const char *uci_lookup_option_string(struct uci_context *ctx, struct uci_section *s,
+                                                   const char *name)
 {
     struct uci_option *o;
 
