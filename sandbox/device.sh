@@ -54,6 +54,7 @@ for port in ${ports//,/ }; do
     ip link set "nb$n" netns "$peer"
     nb ip addr add "192.168.$n.1/24" brd + dev "nb$n"
     nb ip link set "nb$n" up
+    ip addr add "192.168.$n.10/24" brd + dev "$port"
     ip link set "$port" up
     n=$((n + 1))
 done

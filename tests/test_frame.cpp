@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <vector>
 
 #include "libnetwork.h"
 #include "sandbox.h"
@@ -25,25 +26,33 @@ std::string ptr_text(const void *p)
     return buf;
 }
 
-// Lowers the descriptor limit to what is open now, so the next socket() fails.
+// Lowers the descriptor limit to what is open now and fills every gap below it, so the
+// next socket() fails with EMFILE.
 class NoMoreDescriptors {
   public:
     NoMoreDescriptors()
     {
         getrlimit(RLIMIT_NOFILE, &saved_);
-        struct rlimit low = saved_;
         int highest = 0;
-        for (int fd = 0; fd < 1024; ++fd)
-            if (fcntl_ok(fd))
+        for (int fd = 0; fd < 4096; ++fd)
+            if (fcntl(fd, F_GETFD) != -1)
                 highest = fd;
+        struct rlimit low = saved_;
         low.rlim_cur = static_cast<rlim_t>(highest + 1);
         setrlimit(RLIMIT_NOFILE, &low);
+        for (int fd; (fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;)
+            fillers_.push_back(fd);
     }
-    ~NoMoreDescriptors() { setrlimit(RLIMIT_NOFILE, &saved_); }
+    ~NoMoreDescriptors()
+    {
+        for (int fd : fillers_)
+            close(fd);
+        setrlimit(RLIMIT_NOFILE, &saved_);
+    }
 
   private:
-    static bool fcntl_ok(int fd) { return lseek(fd, 0, SEEK_CUR) != -1 || errno != EBADF; }
     struct rlimit saved_;
+    std::vector<int> fillers_;
 };
 
 } // namespace
