@@ -23,5 +23,13 @@ fi
 if ! diff -u "$tmp/map" "$tmp/lib" >"$tmp/d2"; then
     echo "version script (-) and library exports (+) differ:"; cat "$tmp/d2"; status=1
 fi
+# Run-time needs: the C library, the companion libraries, libuci; never the C++ runtime.
+needed=$(readelf -d "$lib" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
+for n in $needed; do
+    case "$n" in
+    libc.so.* | libcompanion.so.* | libuci.so.* | ld-linux*.so.* | libasan.so.* | libubsan.so.*) ;;
+    *) echo "unexpected run-time dependency: $n"; status=1 ;;
+    esac
+done
 [ $status -eq 0 ] && echo "abi: $(wc -l <"$tmp/lib") exported names agree"
 exit $status
