@@ -248,11 +248,55 @@ NET_API int get_mac_num(const char *pcIfName, unsigned char *pucMac, int iLen);
 /* ======================================================================================
  * Address conversion
  * ====================================================================================== */
+/* IPv4 text to 4 bytes (network order) with the C library: 0, -1 not an address, -2 null. */
+NET_API int INET_Ipv4StrToNum(const char *pcStr, void *pvAddr);
+/* IPv6 text to 16 bytes (network order) with the C library: 0, -1 not an address, -2 null. */
+NET_API int INET_Ipv6StrToNum(const char *pcStr, void *pvAddr);
+/* 4 bytes to dotted text in uiLen bytes: 0, -1 buffer too small, -2 null. */
+NET_API int INET_Ipv4NumToStr(const void *pvAddr, char *pcBuf, unsigned int uiLen);
+/* 16 bytes to IPv6 text in uiLen bytes: 0, -1 buffer too small, -2 null. */
+NET_API int INET_Ipv6NumToStr(const void *pvAddr, char *pcBuf, unsigned int uiLen);
+/* Our own text parser for family 2 or 10: 1 parsed, 0 not; an unknown family gives 1. */
+NET_API int Inet_PtoN(int iAf, const char *pcSrc, void *pvDst);
+/* Our own formatter for family 2 or 10 into uiSize bytes: pcDst, or null (too small, unknown). */
+NET_API char *Inet_NtoP(int iAf, const void *pvSrc, char *pcDst, unsigned int uiSize);
+/* Text to binary for family 2, or 10 while IPv6 is supported: 0, or -1 (also null, size < 1). */
+NET_API int inet_pton_with_af(int iAf, const char *pcSrc, void *pvDst, int iSize);
+/* Binary to text (IPv4 text cut and unterminated at iSize - 1 characters): pcDst or null. */
+NET_API char *inet_ntop_with_af(int iAf, const void *pvSrc, char *pcDst, int iSize);
+/* 1 when the text is an IPv4 address, stored in *puiAddr (network order) when not null. */
+NET_API int is_string_ipaddr_ipv4(const char *pcStr, uint32_t *puiAddr);
+/* 1 when the text is an IPv6 address, stored in the 16 bytes at pvAddr (required); else 0. */
+NET_API int is_string_ipaddr_ipv6(const char *pcStr, void *pvAddr);
+/* 1 for a usable IPv4 multicast group text (224.0.0.19 up to 239.x) or 0.0.0.0, else 0. */
+NET_API int is_stringip_multicast(const char *pcStr, uint32_t *puiAddr);
+/* 1 when the first 39 characters hold two colons (a shape test only), else 0. */
+NET_API int is_stringip_ipv6(const char *pcStr);
 /* @@inet_convert@@ */
 
 /* ======================================================================================
  * Address, mask, port and name lawfulness checks
  * ====================================================================================== */
+/* 1 when the dotted text is lawful: 0.0.0.0, or four parts up to 255 not ending in .0. */
+NET_API int is_ipaddr_lawful(const char *pcIpAddr);
+/* 1 for a netmask (network order) of prefix length 1 to 30, else 0. */
+NET_API int is_mask_valid(uint32_t uiMask);
+/* 1 when the address is 0, or neither network nor broadcast under the mask and unicast. */
+NET_API int is_ip_valid(uint32_t uiAddr, uint32_t uiMask);
+/* 1 when the address (network order) is 0 or its first octet is 1-223 except 127. */
+NET_API int is_address_valid(uint32_t uiAddr);
+/* 1 when the low 16 bits of the port are not 0. */
+NET_API int is_port_lawful(unsigned int uiPort);
+/* 1 for an empty or lawful domain name (up to 64 characters), else 0. */
+NET_API int is_domain_valid(const char *pcDomain);
+/* 1 for an empty or lawful host name (up to 255 characters), else 0. */
+NET_API int is_hostname_valid(const char *pcHostName);
+/* Whether the library serves IPv6: always 1. */
+NET_API int is_support_ipv6(void);
+/* 16-byte netmask of a prefix length (0 to 127) into pvMask: 0, or -1. */
+NET_API int convert_ipv6_prefix_netmask(unsigned int uiPrefix, void *pvMask);
+/* Leading one bits of a 16-byte netmask (0 to 128), or -1 for null. */
+NET_API int convert_ipv6_netmask_num(const void *pvMask);
 /* @@inet_check@@ */
 
 /* ======================================================================================
