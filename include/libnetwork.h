@@ -239,6 +239,56 @@ NET_API int NET_IsPortUsed(unsigned short usPort);
 NET_API int NET_Restart(void);
 
 /* ======================================================================================
+ * IPv4 addressing
+ * ====================================================================================== */
+
+/* Address of an interface as dotted text (SIOCGIFADDR); silent for a down "wan-pppoe". */
+NET_API int NET_GetIpv4Addr(const char *pcIfName, char *pcIpv4Addr, unsigned int uiLen);
+/* Kernel only: sets the address (refused when the other port holds it). */
+NET_API int NET_SetIpv4Addr(const char *pcIfName, const char *pcIpv4Addr);
+/* Netmask of an interface as dotted text (SIOCGIFNETMASK). */
+NET_API int NET_GetIpv4Mask(const char *pcIfName, char *pcIpv4Mask, unsigned int uiLen);
+/* Kernel only: sets the netmask. */
+NET_API int NET_SetIpv4Mask(const char *pcIfName, const char *pcIpv4Mask);
+/* Adds a default route via pcGateway through the interface; "0.0.0.0" is a no-op success. */
+NET_API int NET_SetIpv4Gateway(const char *pcIfName, const char *pcGateway);
+/* Deletes that default route. */
+NET_API int NET_DelIpv4Gateway(const char *pcIfName, const char *pcGateway);
+/* The interface's default gateway from the route table; buffer untouched when none (0). */
+NET_API int NET_GetIpv4Gateway(const char *pcIfName, char *pcGateway, unsigned int uiLen);
+/* The same four on the default interface g_pcLan1Name ("Gatway" spelt so on purpose). */
+NET_API int NET_IPv4GetDefIfAddr(char *pcIpv4Addr, unsigned int uiLen);
+NET_API int NET_IPv4GetDefIfMask(char *pcIpv4Mask, unsigned int uiLen);
+NET_API int NET_IPv4SetDefGatway(const char *pcGateway);
+NET_API int NET_IPv4DelDefGatway(const char *pcGateway);
+NET_API int NET_IPv4GetDefGateway(char *pcGateway, unsigned int uiLen);
+/* 1 when the interface is a bridge, else 0. */
+NET_API int NET_IsBridge(const char *pcIfName);
+/* 1 when the interface holds exactly this address text, else 0. */
+NET_API int INET_IsIpv4AddrExist(const char *pcIfName, const char *pcIpv4Addr);
+
+/* ======================================================================================
+ * Link control
+ * ====================================================================================== */
+
+/* Sets IFF_UP. */
+NET_API int NET_IntfUp(const char *pcIfName);
+/* Clears IFF_UP; refuses "lo". */
+NET_API int NET_IntfDown(const char *pcIfName);
+/* MTU of an interface. */
+NET_API int NET_GetMtu(const char *pcIfName, int *iMtuVal);
+/* Sets the MTU; only 100 to 1500. */
+NET_API int NET_SetMtu(const char *pcIfName, int iMtuVal);
+/* 1 through pbIsLinked when the port has a link (ETHTOOL_GLINK), else 0. */
+NET_API int NET_GetPortLinkStatus(const char *pcDevName, int *pbIsLinked);
+/* Best full-duplex speed the port advertises: 5 (1000) or 4 (100). */
+NET_API int NET_GetSupportSpeed(const char *pcIfName, NetSpeedDuplexMode *penMode);
+/* Forces a speed and duplex, or auto-negotiation (0). */
+NET_API int NET_SetSpeedDuplex(const char *pcIfName, NetSpeedDuplexMode enMode);
+/* The mode in force: 0 whenever auto-negotiation is on. */
+NET_API int NET_GetSpeedDuplex(const char *pcIfName, NetSpeedDuplexMode *penMode);
+
+/* ======================================================================================
  * Older direct-ioctl calls
  * ====================================================================================== */
 
@@ -256,6 +306,12 @@ NET_API int INET_Ipv6StrToNum(const char *pcStr, void *pvAddr);
 NET_API int INET_Ipv4NumToStr(const void *pvAddr, char *pcBuf, unsigned int uiLen);
 /* 16 bytes to IPv6 text in uiLen bytes: 0, -1 buffer too small, -2 null. */
 NET_API int INET_Ipv6NumToStr(const void *pvAddr, char *pcBuf, unsigned int uiLen);
+/* 1 when the text is an IPv4 address or a configurable IPv6 address, else 0. */
+NET_API int INET_IsIpaddrValid(const char *pcStr);
+/* 1 when the text is a dotted IPv4 address (strict), else 0 (also for null). */
+NET_API int INET_IsIpv4AddrValid(const char *pcStr);
+/* 1 when the text is an IPv6 address fit to configure (not fe80.../FE80..., ::, ::1), else 0. */
+NET_API int INET_IsIpv6AddrValid(const char *pcStr);
 /* Our own text parser for family 2 or 10: 1 parsed, 0 not; an unknown family gives 1. */
 NET_API int Inet_PtoN(int iAf, const char *pcSrc, void *pvDst);
 /* Our own formatter for family 2 or 10 into uiSize bytes: pcDst, or null (too small, unknown). */
@@ -302,21 +358,234 @@ NET_API int convert_ipv6_netmask_num(const void *pvMask);
 /* ======================================================================================
  * Older string validators
  * ====================================================================================== */
+/* 0 when the text is an IPv4 address, else -1. */
+NET_API int check_str_ipv4(const char *pcStr);
+/* 0 when the text is an IPv6 address, else -1. */
+NET_API int check_str_ipv6(const char *pcStr);
+/* 1 for a port number of 1 to 65535, else 0. */
+NET_API int is_port_legal(int iPort);
+/* 1 for an IPv6 multicast group text (ff00::/8) or :: (no group), stored in pvAddr; else 0. */
+NET_API int is_stringipv6_multicast(const char *pcStr, void *pvAddr);
+/* 1 for an IPv6 address text fit to configure, as INET_IsIpv6AddrValid; else 0. */
+NET_API int is_v6_addr_valid(const char *pcStr);
+/* 1 for an IPv6 netmask text of leading ones only (prefix 1 to 128), else 0. */
+NET_API int is_v6_mask_valid(const char *pcMask);
+/* 1 for an IPv6 multicast address text (ff00::/8), else 0. */
+NET_API int is_v6_addr_multicast(const char *pcStr);
 /* @@inet_older@@ */
 
 /* ======================================================================================
  * Socket helper family (Socket_)
  * ====================================================================================== */
+/* Socket addresses are handled as 28-byte storage (an IPv6 socket address); the family
+ * field at its start decides whether 16 (IPv4) or 28 bytes are handed to the kernel.
+ * Failure values are deliberately mixed: several calls return 1, not -1, on failure. */
+struct sockaddr;
+struct sockaddr_in;
+struct timeval;
+
+/* Reads exactly iLen bytes (10 s per wait); fewer only when the peer closes; -1 on a time-out
+ * or error, dropping what was already read. */
+NET_API int Socket_Readn(int iSock, void *pBuf, int iLen);
+/* Sends the whole buffer (no SIGPIPE); iLen, or -1. */
+NET_API int Socket_Write(int iSock, void *pBuf, int iLen);
+/* Socket_Write after a 10 s send time-out is set and the socket is writable within 5 s; -1. */
+NET_API int Socket_WritetoFtp(int iSock, void *pBuf, int iLen);
+/* Connect within iTimeoutMs (-1: blocking): 0; -1 immediate refusal; 1 bad arguments,
+ * time-out or failed connect. The socket is blocking again afterwards. */
+NET_API int Socket_ConnectwithTimeout(int iSock, const struct sockaddr *pstAddr, int iTimeoutMs);
+/* Accept within iTimeoutMs (-1: no limit); pstAddr (28 bytes) may be null; socket or -1.
+ * Descriptor 0 is refused. */
+NET_API int Socket_AcceptWithTimeout(int iSock, struct sockaddr *pstAddr, int iTimeoutMs);
+/* Listening IPv4 TCP socket on every address and iPort (backlog 24), or 1. */
+NET_API int Socket_TcpSrvCom(int iPort);
+/* Connects to pcIpAddr:*piPort (5 ms each, 5 s apart, iRetry attempts; 0 without limit):
+ * 0 with *piSock set, or 1. */
+NET_API int Socket_TcpCliCom(const char *pcIpAddr, int *piPort, int *piSock, int iRetry);
+/* Sets SO_KEEPALIVE, TCP_KEEPIDLE, TCP_KEEPINTVL and TCP_KEEPCNT; failures go to stdout. */
+NET_API void Socket_SetKeepLive(int iSock, int iOnOff, int iIdle, int iInterval, int iCount);
+/* Fills a 28-byte socket address from text (null: wildcard) and port: 0; -1 bad text
+ * (255.255.255.255 included); 1 null storage or unknown family without text. */
+NET_API int Make_AddrbyString(int iFamily, const char *pcAddr, unsigned short usPort,
+                              struct sockaddr *pstAddr);
+/* getsockopt: 0, or 1. */
+NET_API int Socket_GetSockOpt(int iSock, int iLevel, int iOpt, void *pVal, unsigned int *puiLen);
+/* setsockopt: 0, or 1. */
+NET_API int Socket_SetSockOpt(int iSock, int iLevel, int iOpt, const void *pVal,
+                              unsigned int uiLen);
+/* getsockname: 0, or 1. */
+NET_API int Socket_GetSockName(int iSock, struct sockaddr *pstAddr, unsigned int *puiLen);
+/* SO_REUSEADDR on; the setsockopt result. */
+NET_API int Socket_Reuse(int iSock);
+/* IPv4 multicast TTL; the setsockopt result. */
+NET_API int Socket_SetMcastTtl(int iSock, int iTtl);
+/* SO_LINGER (on/off, seconds); the setsockopt result. */
+NET_API int Socket_SetLinger(int iSock, int iOnOff, int iSeconds);
+/* Address text of an IPv4 or IPv6 socket address in a static buffer shared by all callers
+ * (not thread-safe); null otherwise. */
+NET_API char *Socket_AddrtoStr(const struct sockaddr *pstAddr);
+/* 1 when pcAddr is an IPv4 address text (stored in pAddr, 4 bytes, when not null), else 0. */
+NET_API int Is_IpV4Addr(const char *pcAddr, void *pAddr);
+/* 1 when pcAddr is an IPv6 address text (stored in pAddr, 16 bytes, required), else 0. */
+NET_API int Is_IpV6Addr(const char *pcAddr, void *pAddr);
+/* Always 0: this family works on IPv4. */
+NET_API int Is_SupportIpv6(void);
+/* The fixed RTSP port, 554. */
+NET_API int Get_IpPort(void);
+/* AF_INET (Is_SupportIpv6 is 0). */
+NET_API int Get_SocketFamily(void);
+/* socket(); the result. */
+NET_API int Socket_Create(int iFamily, int iType, int iProtocol);
+/* bind with 28 bytes; 1 for a null address or a family other than IPv4/IPv6. */
+NET_API int Socket_Bind(int iSock, const struct sockaddr *pstAddr);
+/* listen(); the result. */
+NET_API int Socket_Listen(int iSock, int iBacklog);
+/* sendto (flags 0) to an IPv4 (16 bytes) or IPv6 (28 bytes) address; the result. */
+NET_API int Socket_SendTo(int iSock, const void *pBuf, int iLen, const struct sockaddr *pstAddr);
+/* recvfrom into pBuf, the sender into pstAddr (28 bytes); the result, -1 on bad arguments. */
+NET_API int Socket_RecvFrom(int iSock, void *pBuf, int iLen, struct sockaddr *pstAddr);
+/* close(): 0, or 1. */
+NET_API int Socket_Close(int iSock);
 /* @@socket_helper@@ */
 
 /* ======================================================================================
  * Legacy socket API family (_api)
  * ====================================================================================== */
+/* These print their diagnostics to standard output, not to the log. Where a failure result
+ * is "printed", it is printf's count of characters: positive, like a success. */
+/* socket(); prints on failure. */
+NET_API int socket_api(int iFamily, int iType, int iProtocol);
+/* connect(); prints on failure. */
+NET_API int connect_api(int iSock, const struct sockaddr *pstAddr, unsigned int uiLen);
+/* accept(); prints on failure. */
+NET_API int accept_api(int iSock, struct sockaddr *pstAddr, unsigned int *puiLen);
+/* bind(); prints on failure. */
+NET_API int bind_api(int iSock, const struct sockaddr *pstAddr, unsigned int uiLen);
+/* listen(); prints on failure. */
+NET_API int listen_api(int iSock, int iBacklog);
+/* setsockopt(); prints on failure. */
+NET_API int setsockopt_api(int iSock, int iLevel, int iOpt, const void *pVal, unsigned int uiLen);
+/* getsockopt(): 0, or the printed count on failure. */
+NET_API int getsockopt_api(int iSock, int iLevel, int iOpt, void *pVal, unsigned int *puiLen);
+/* getsockname(): 0, or the printed count on failure. */
+NET_API int getsockname_api(int iSock, struct sockaddr *pstAddr, unsigned int *puiLen);
+/* close(): 0, or the printed count on failure. */
+NET_API int close_api(int iSock);
+/* inet_pton(): 1, or the printed count on failure (null texts fail with EFAULT). */
+NET_API int inet_pton_api(int iFamily, const char *pcSrc, void *pDst);
+/* Closes with SO_LINGER (on, 0 s): unsent data is dropped and the peer reset; close()'s result. */
+NET_API int close_nowait_api(int iSock);
+/* As Socket_Readn, printing instead of logging. */
+NET_API int readn_api(int iSock, void *pBuf, int iLen);
+/* As Socket_Write, printing instead of logging. */
+NET_API int write_api(int iSock, void *pBuf, int iLen);
+/* As Socket_WritetoFtp, printing instead of logging. */
+NET_API int writen_api(int iSock, void *pBuf, int iLen);
+/* Connect waiting at most *pstTimeout (null: no limit): 0, or -1. *pstTimeout is kept. */
+NET_API int connectwithtimeout_api(int iSock, const struct sockaddr *pstAddr, int iAddrLen,
+                                   struct timeval *pstTimeout);
+/* Listening IPv4 TCP socket on every address and iPort (backlog 24), or -1. */
+NET_API int tcp_srv_com(int iPort);
+/* Connects to pcIpAddr:*pusPort (5 s each, 5 s apart, iRetry attempts; 0 without limit):
+ * 0 with *piSock set, or -1. */
+NET_API int tcp_cli_com(const char *pcIpAddr, unsigned short *pusPort, int *piSock, int iRetry);
+/* As tcp_cli_com with the port as decimal text, printing each attempt and "connect ok". */
+NET_API int tcp_cli_com_enhance(const char *pcIpAddr, const char *pcPort, int *piSock,
+                                int iRetry);
+/* Last non-overlapping occurrence of pcStr (not empty) in pcSrc, or null. */
+NET_API char *kv_find_last_string(char *pcSrc, const char *pcStr);
+/* Copies the piece between pcBeg and pcEnd into pOut (iSize + 1 bytes: the terminator may
+ * land at iSize); with an empty pcEnd, from one character into the last pcBeg to the end,
+ * unbounded. 0; -1 null argument; -2 marker missing or piece too long. */
+NET_API int kv_div_string(char *pcSrc, const char *pcBeg, const char *pcEnd, void *pOut,
+                          int iSize);
 /* @@socketapi@@ */
 
 /* ======================================================================================
  * Network utility socket family
  * ====================================================================================== */
+/* This family logs nothing and treats IPv6 as available (is_support_ipv6 answers 1). */
+/* The peer of a connected socket; an IPv4-mapped IPv6 peer is reported as IPv4. */
+typedef struct {
+    uint32_t uiIpv4Addr;          /* network order; 0 when the peer is IPv6 */
+    unsigned char aucIpv6Addr[16]; /* all zero when the peer is IPv4 */
+    uint32_t uiReserved;          /* left zero */
+} NetPeerAddr;
+NET_LAYOUT_CHECK(sizeof(NetPeerAddr) == 24, peer_addr_size);
+
+/* Reads up to iLen bytes, stopping when the peer closes or nothing comes for 10 s: the count
+ * read, or -1 (bad arguments, errors). */
+NET_API int readn(int iSock, void *pBuf, int iLen);
+/* Sends the whole buffer, waiting at most 10 s for room each time: iLen, or -1. */
+NET_API int writen(int iSock, const void *pBuf, int iLen);
+/* The same as writen, for the RTSP service. */
+NET_API int rtspserver_writen(int iSock, const void *pBuf, int iLen);
+/* Sends uiLen bytes in pieces of at most uiChunk: the count sent (0 on bad arguments). */
+NET_API int send_data_insmall_packet(int iSock, const void *pBuf, unsigned int uiLen,
+                                     unsigned int uiChunk);
+/* TCP connection to host:port, each resolved address within iTimeoutMs (-1: blocking, first
+ * address only): the socket (left non-blocking), or -1. */
+NET_API int ip_connect_withtimeout(const char *pcHost, unsigned short usPort, int iTimeoutMs);
+/* TCP socket bound to pcLocalAddr:usLocalPort (required), then connected to host:port (three
+ * 5 s attempts) or, with cListen non-zero, listening: the socket, or -1. */
+NET_API int tcp_bind_connect(const char *pcHost, unsigned short usPort, const char *pcLocalAddr,
+                             unsigned short usLocalPort, char cListen);
+/* UDP socket bound to pcLocalAddr:usLocalPort and connected to host:port: socket, or -1. */
+NET_API int udp_bind_connect(const char *pcHost, unsigned short usPort, const char *pcLocalAddr,
+                             unsigned short usLocalPort);
+/* Fills the zeroed record with the socket's peer address: 0, or -1. */
+NET_API int get_peer_addr(int iSock, NetPeerAddr *pstPeer);
+/* Joins an IPv4 group on the first LAN interface's address (iLen > 0): setsockopt's result. */
+NET_API int mcast_join(int iSock, const struct sockaddr_in *pstGroup, int iLen);
+/* Joins an IPv4 or IPv6 group on the named interface: setsockopt's result, or -1. */
+NET_API int mcast_join_ex(int iSock, const struct sockaddr *pstGroup, const char *pcIfName);
+/* Leaves an IPv4 group (any interface); iLen is ignored: setsockopt's result, or -1. */
+NET_API int mcast_leave(int iSock, const struct sockaddr_in *pstGroup, int iLen);
+/* Leaves an IPv4 or IPv6 group on the first LAN interface: setsockopt's result, or -1. */
+NET_API int mcast_leave_ex(int iSock, const struct sockaddr *pstGroup);
+/* IPv4 multicast loop-back (one byte): setsockopt's result, or -1. */
+NET_API int mcast_setloop(int iSock, int iLoop);
+/* Multicast loop-back of the family, one byte in both cases: setsockopt's result, or -1. */
+NET_API int mcast_setloop_ex(int iSock, int iLoop, int iFamily);
+/* Dotted text of an IPv4 address (network order) copied into pcBuf (16 bytes): pcBuf, or
+ * null. */
+NET_API char *inet_ntoa_b(uint32_t uiAddr, char *pcBuf);
+/* Address text of a socket address in a static buffer shared by all callers (32 bytes for
+ * IPv6, so long IPv6 texts give null); null otherwise. */
+NET_API char *socketaddr_tostr(const struct sockaddr *pstAddr);
+/* Fills a 28-byte socket address from text (null: wildcard) and port: 0, or -1. */
+NET_API int make_addr_bystring(int iFamily, const char *pcAddr, unsigned short usPort,
+                               struct sockaddr *pstAddr);
+/* Connect within iTimeoutMs (-1: blocking): 0, or -1. */
+NET_API int socket_connect_withtimeout(int iSock, const struct sockaddr *pstAddr,
+                                       int iTimeoutMs);
+/* Connect waiting at most *pstTimeout (null: no limit): 0, or -1. *pstTimeout is kept. */
+NET_API int connect_with_timeout(int iSock, const struct sockaddr *pstAddr, int iAddrLen,
+                                 struct timeval *pstTimeout);
+/* sendto (flags 0) to an IPv4 (16 bytes) or IPv6 (28 bytes) address; the result. */
+NET_API int socket_sendto(int iSock, const void *pBuf, int iLen, const struct sockaddr *pstAddr);
+/* recvfrom into pBuf, the sender into pstAddr (28 bytes); the result, -1 on bad arguments. */
+NET_API int socket_recvfrom(int iSock, void *pBuf, int iLen, struct sockaddr *pstAddr);
+/* The fixed RTSP port, 554. */
+NET_API int get_ipport(void);
+/* AF_INET6 (is_support_ipv6 is 1). */
+NET_API int get_socket_family(void);
+/* socket(); the result. */
+NET_API int socket_create(int iFamily, int iType, int iProtocol);
+/* bind with 16 (IPv4) or 28 (IPv6) bytes; -1 for a null address or another family. */
+NET_API int socket_bind(int iSock, const struct sockaddr *pstAddr);
+/* listen(): 0, or -1. */
+NET_API int socket_listen(int iSock, int iBacklog);
+/* Accept within iTimeoutMs (-1: no limit); pstAddr (28 bytes) may be null; socket or -1. */
+NET_API int socket_accept_with_timeout(int iSock, struct sockaddr *pstAddr, int iTimeoutMs);
+/* SO_REUSEADDR on; the setsockopt result. */
+NET_API int socket_reuse(int iSock);
+/* IPv4 multicast TTL; the setsockopt result. */
+NET_API int set_socket_mcast_ttl(int iSock, int iTtl);
+/* SO_LINGER (on/off, seconds); the setsockopt result. */
+NET_API int set_socket_linger(int iSock, int iOnOff, int iSeconds);
+/* SO_KEEPALIVE, TCP_KEEPIDLE, TCP_KEEPINTVL, TCP_KEEPCNT; the last setsockopt's result. */
+NET_API int set_socket_keeplive(int iSock, int iOnOff, int iIdle, int iInterval, int iCount);
 /* @@socket_util@@ */
 
 /* ======================================================================================

@@ -5,7 +5,8 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
-namespace netlib {
+namespace netlib
+{
 
 UniqueFd open_ctl_socket(const KernelCall &c)
 {
@@ -44,7 +45,8 @@ void ifreq_init(struct ifreq &ifr, const char *ifname)
 int ctl_ioctl(const KernelCall &c, int fd, unsigned long req, void *arg)
 {
     if (::ioctl(fd, req, arg) < 0) {
-        NET_LOGT_AT(c.site, c.ioctlLevel, PL_IOCTL_ERROR_PRINT, "%s.\n", strerror(errno));
+        if (c.ioctlLevel != NET_LVL_NONE)
+            NET_LOGT_AT(c.site, c.ioctlLevel, PL_IOCTL_ERROR_PRINT, "%s.\n", strerror(errno));
         return -1;
     }
     return 0;

@@ -5,11 +5,13 @@
 #pragma once
 
 #include <net/if.h>
+#include <sys/ioctl.h>
 
 #include "net_log.h"
 #include "unique_fd.h"
 
-namespace netlib {
+namespace netlib
+{
 
 enum class CtlSock {
     DgramCloexec, // the usual control socket
@@ -40,6 +42,16 @@ void ifreq_init(struct ifreq &ifr, const char *ifname);
 // One request on fd; logs PL_IOCTL_ERROR_PRINT with strerror at the call's level on failure.
 int ctl_ioctl(const KernelCall &c, int fd, unsigned long req, void *arg);
 
+// One request on fd whose failure line is the caller's own: onFail() logs it (errno intact).
+template <class OnFail> int ctl_ioctl_or(int fd, unsigned long req, void *arg, OnFail &&onFail)
+{
+    if (::ioctl(fd, req, arg) < 0) {
+        onFail();
+        return -1;
+    }
+    return 0;
+}
+
 // The whole pattern. prepare(ifr) runs once the socket is open and the name is set; it
 // fills the request's input and returns non-zero (having logged) to stop before the ioctl.
 template <class Prepare>
@@ -55,8 +67,7 @@ int ifreq_call(const KernelCall &c, const char *ifname, unsigned long req, struc
     return ctl_ioctl(c, fd.get(), req, &ifr);
 }
 
-inline int ifreq_call(const KernelCall &c, const char *ifname, unsigned long req,
-                      struct ifreq &ifr)
+inline int ifreq_call(const KernelCall &c, const char *ifname, unsigned long req, struct ifreq &ifr)
 {
     return ifreq_call(c, ifname, req, ifr, [](struct ifreq &) { return 0; });
 }
