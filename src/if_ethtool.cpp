@@ -125,8 +125,9 @@ int NET_SetSpeedDuplex(const char *pcIfName, NetSpeedDuplexMode enMode)
     struct ifreq ifr;
     ifreq_init(ifr, pcIfName);
     ifr.ifr_data = reinterpret_cast<char *>(&ecmd);
-    auto fail = [] {
-        NET_LOGT(NET_LVL_ERR, PL_IOCTL_ERROR_PRINT, "SIOCETHTOOL: %s.\n", strerror(errno));
+    const CallSite site = NET_HERE;
+    auto fail = [site] {
+        NET_LOGT_AT(site, NET_LVL_ERR, PL_IOCTL_ERROR_PRINT, "SIOCETHTOOL: %s.\n", strerror(errno));
     };
     if (ctl_ioctl_or(fd.get(), SIOCETHTOOL, &ifr, fail) != 0)
         return -1;
