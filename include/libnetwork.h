@@ -294,6 +294,35 @@ NET_API int NET_GetSpeedDuplex(const char *pcIfName, NetSpeedDuplexMode *penMode
 
 /* Raw hardware address of an interface (not "lo") into pucMac (iLen > 5); 0 or -1. */
 NET_API int get_mac_num(const char *pcIfName, unsigned char *pucMac, int iLen);
+/* The older calls below use a stream socket, log nothing and return 0 or -1. */
+/* Sets the address / netmask of an interface from dotted text (kernel only). */
+NET_API int set_ipaddr(const char *pcIfName, const char *pcIpAddr);
+NET_API int set_netmask(const char *pcIfName, const char *pcNetmask);
+/* Adds / deletes the default route via pcGateway through the interface. */
+NET_API int set_gateway(const char *pcIfName, const char *pcGateway);
+NET_API int del_gateway(const char *pcIfName, const char *pcGateway);
+/* Sets the hardware address from "aa:bb:cc:dd:ee:ff". */
+NET_API int set_mac(const char *pcIfName, const char *pcMac);
+/* Sets / reads the MTU (no range check beyond a positive value). */
+NET_API int set_mtu(const char *pcIfName, int iMtu);
+NET_API int get_mtu(const char *pcIfName, int *piMtu);
+/* Address, netmask and broadcast address as dotted text into iLen bytes. */
+NET_API int get_ipaddr(const char *pcIfName, char *pcIpAddr, int iLen);
+NET_API int get_netmask(const char *pcIfName, char *pcNetmask, int iLen);
+NET_API int get_broadcast_addr(const char *pcIfName, char *pcBroadcast, int iLen);
+/* Address as a number in network byte order. */
+NET_API int get_ipaddr1(const char *pcIfName, unsigned int *puiAddr);
+/* Hardware address as "%02X:%02X:%02X:%02X:%02X:%02X"; iLen must be at least 18. */
+NET_API int get_mac(const char *pcIfName, char *pcMac, int iLen);
+/* Default gateway of the interface from the route table; -1 when it has none. */
+NET_API int get_gateway(const char *pcIfName, char *pcGateway, int iLen);
+/* Interface of the first default route; -1 when there is none. */
+NET_API int get_gateway_devname(char *pcIfName, int iLen);
+/* Sets / clears IFF_UP (no refusal of "lo"). */
+NET_API int if_up(const char *pcIfName);
+NET_API int if_down(const char *pcIfName);
+/* 1 when both addresses lie in one subnet of the mask, 0 when not, -1 for bad text. */
+NET_API int isSameSubnet(const char *pcIpAddr1, const char *pcIpAddr2, const char *pcNetmask);
 
 /* ======================================================================================
  * Address conversion
