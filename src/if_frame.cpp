@@ -5,7 +5,8 @@
 #include "libnetwork.h"
 #include "net_log.h"
 
-namespace {
+namespace
+{
 constexpr const char kEth0[] = "eth0";
 constexpr const char kLan1[] = "lan1";
 constexpr const char kLan2[] = "lan2";

@@ -9,7 +9,8 @@
 #include "libnetwork.h"
 #include "net_log.h"
 
-namespace {
+namespace
+{
 
 // The element already holding this name among the first count, or a new one.
 NetIfInfo *element_for(NetIfInfo *array, unsigned int &count, const char *name)
@@ -68,8 +69,7 @@ bool listed(const struct ifaddrs *ifa)
 extern "C" int NET_GetInterfaces(NetIfInfo *pstNetIfArray, unsigned int uiNum)
 {
     if (pstNetIfArray == nullptr) {
-        NET_LOGT(NET_LVL_ERR, PL_PARAM_ERROR_PRINT, "pstNetIfArray: %p. \n",
-                 (void *)pstNetIfArray);
+        NET_LOGT(NET_LVL_ERR, PL_PARAM_ERROR_PRINT, "pstNetIfArray: %p. \n", (void *)pstNetIfArray);
         return 0;
     }
     struct ifaddrs *list = nullptr;
@@ -81,8 +81,7 @@ extern "C" int NET_GetInterfaces(NetIfInfo *pstNetIfArray, unsigned int uiNum)
     unsigned int count = 0;
     // The bound is tested before each entry: once the last element is taken the walk ends,
     // even if more addresses of that same interface follow.
-    for (const struct ifaddrs *ifa = list; ifa != nullptr && count != uiNum;
-         ifa = ifa->ifa_next) {
+    for (const struct ifaddrs *ifa = list; ifa != nullptr && count != uiNum; ifa = ifa->ifa_next) {
         if (listed(ifa))
             fill(element_for(pstNetIfArray, count, ifa->ifa_name), ifa);
     }

@@ -26,8 +26,7 @@ int NET_GetMacAddr(const char *pcIfName, char *pcMacAddr, unsigned int uiLen)
         return -1;
     const unsigned char *m = reinterpret_cast<const unsigned char *>(ifr.ifr_hwaddr.sa_data);
     // A short buffer gets a cut, terminated text and the call still succeeds.
-    snprintf(pcMacAddr, uiLen, "%02X:%02X:%02X:%02X:%02X:%02X", m[0], m[1], m[2], m[3], m[4],
-             m[5]);
+    snprintf(pcMacAddr, uiLen, "%02X:%02X:%02X:%02X:%02X:%02X", m[0], m[1], m[2], m[3], m[4], m[5]);
     return 0;
 }
 
