@@ -1,5 +1,6 @@
 #include "socket_common.h"
 
+#include <errno.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/select.h>
@@ -97,6 +98,46 @@ int pending_error(int fd)
 socklen_t sockaddr_len(const struct sockaddr *sa)
 {
     return sa->sa_family == AF_INET ? 16 : kSockaddrStorageLen;
+}
+
+Transfer read_exact_strict(int fd, void *buf, int len)
+{
+    char *p = static_cast<char *>(buf);
+    int left = len;
+    while (left > 0) {
+        struct timeval tv = {10, 0};
+        bool ready = false;
+        if (select_one(fd, Wait::Read, &tv, &ready) < 1)
+            return {-1, 0}; // deliberate: what was read so far is dropped
+        ssize_t n = recv(fd, p, static_cast<size_t>(left), 0);
+        if (n < 0) {
+            if (errno != EINTR)
+                return {-1, errno};
+            n = 0;
+        } else if (n == 0) {
+            break;
+        }
+        p += n;
+        left -= static_cast<int>(n);
+    }
+    return {len - left, 0};
+}
+
+Transfer write_all(int fd, const void *buf, int len)
+{
+    const char *p = static_cast<const char *>(buf);
+    int left = len;
+    while (left > 0) {
+        ssize_t n = send(fd, p, static_cast<size_t>(left), MSG_NOSIGNAL);
+        if (n < 0) {
+            if (errno != EINTR)
+                return {-1, errno};
+            n = 0;
+        }
+        p += n;
+        left -= static_cast<int>(n);
+    }
+    return {len, 0};
 }
 
 } // namespace netlib

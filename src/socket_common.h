@@ -3,7 +3,6 @@
 // Each family keeps its own results and diagnostics; only the mechanics live here.
 #pragma once
 
-#include <errno.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/types.h>
@@ -35,55 +34,20 @@ socklen_t sockaddr_len(const struct sockaddr *sa);
 // Address of a 28-byte storage, for the calls that take struct sockaddr.
 constexpr socklen_t kSockaddrStorageLen = 28;
 
-// Reads exactly len bytes unless the peer closes: per pass a fresh 10 s wait; a failed or
-// expired wait gives -1 and drops what was read; recv errors other than EINTR are reported
-// through onRecvError(errno) and give -1; EINTR counts as nothing read.
-template <class OnRecvError>
-int read_exact_strict(int fd, void *buf, int len, OnRecvError &&onRecvError)
-{
-    char *p = static_cast<char *>(buf);
-    int left = len;
-    while (left > 0) {
-        struct timeval tv = {10, 0};
-        bool ready = false;
-        if (select_one(fd, Wait::Read, &tv, &ready) < 1)
-            return -1; // deliberate: what was read so far is dropped
-        ssize_t n = recv(fd, p, static_cast<size_t>(left), 0);
-        if (n < 0) {
-            if (errno != EINTR) {
-                onRecvError(errno);
-                return -1;
-            }
-            n = 0;
-        } else if (n == 0) {
-            break;
-        }
-        p += n;
-        left -= static_cast<int>(n);
-    }
-    return len - left;
-}
+// The end of a transfer loop: its result, and the errno of the call that failed it (0 when
+// none did), so that each family reports the failure in its own way.
+struct Transfer {
+    int result;
+    int failedErrno;
+};
 
-// Sends the whole buffer with MSG_NOSIGNAL; EINTR counts as nothing sent; another error
-// is reported through onSendError(errno) and gives -1. Success gives len.
-template <class OnSendError>
-int write_all(int fd, const void *buf, int len, OnSendError &&onSendError)
-{
-    const char *p = static_cast<const char *>(buf);
-    int left = len;
-    while (left > 0) {
-        ssize_t n = send(fd, p, static_cast<size_t>(left), MSG_NOSIGNAL);
-        if (n < 0) {
-            if (errno != EINTR) {
-                onSendError(errno);
-                return -1;
-            }
-            n = 0;
-        }
-        p += n;
-        left -= static_cast<int>(n);
-    }
-    return len;
-}
+// Reads exactly len bytes unless the peer closes: per pass a fresh 10 s wait; a failed or
+// expired wait gives -1 and drops what was read; a recv error other than EINTR gives -1 with
+// its errno; EINTR counts as nothing read.
+Transfer read_exact_strict(int fd, void *buf, int len);
+
+// Sends the whole buffer with MSG_NOSIGNAL; EINTR counts as nothing sent; another error gives
+// -1 with its errno. Success gives len.
+Transfer write_all(int fd, const void *buf, int len);
 
 } // namespace netlib

@@ -17,14 +17,18 @@ using netlib::Wait;
 
 extern "C" int Socket_Readn(int iSock, void *pBuf, int iLen)
 {
-    return netlib::read_exact_strict(iSock, pBuf, iLen,
-                                     [](int err) { NET_LOG(NET_LVL_DEBUG, "recv errno %d", err); });
+    netlib::Transfer t = netlib::read_exact_strict(iSock, pBuf, iLen);
+    if (t.failedErrno != 0)
+        NET_LOG(NET_LVL_DEBUG, "recv errno %d", t.failedErrno);
+    return t.result;
 }
 
 extern "C" int Socket_Write(int iSock, void *pBuf, int iLen)
 {
-    return netlib::write_all(iSock, pBuf, iLen,
-                             [](int err) { NET_LOG(NET_LVL_DEBUG, "Send() error, 0x%x\n", err); });
+    netlib::Transfer t = netlib::write_all(iSock, pBuf, iLen);
+    if (t.failedErrno != 0)
+        NET_LOG(NET_LVL_DEBUG, "Send() error, 0x%x\n", t.failedErrno);
+    return t.result;
 }
 
 extern "C" int Socket_WritetoFtp(int iSock, void *pBuf, int iLen)

@@ -127,16 +127,18 @@ extern "C" int close_nowait_api(int iSock)
 
 extern "C" int readn_api(int iSock, void *pBuf, int iLen)
 {
-    const char *fn = __func__;
-    return netlib::read_exact_strict(iSock, pBuf, iLen,
-                                     [fn](int err) { API_PRINT_IN(fn, "recv errno %d", err); });
+    netlib::Transfer t = netlib::read_exact_strict(iSock, pBuf, iLen);
+    if (t.failedErrno != 0)
+        API_PRINT("recv errno %d", t.failedErrno);
+    return t.result;
 }
 
 extern "C" int write_api(int iSock, void *pBuf, int iLen)
 {
-    const char *fn = __func__;
-    return netlib::write_all(iSock, pBuf, iLen,
-                             [fn](int err) { API_PRINT_IN(fn, "Send() error, 0x%x\n", err); });
+    netlib::Transfer t = netlib::write_all(iSock, pBuf, iLen);
+    if (t.failedErrno != 0)
+        API_PRINT("Send() error, 0x%x\n", t.failedErrno);
+    return t.result;
 }
 
 extern "C" int writen_api(int iSock, void *pBuf, int iLen)
