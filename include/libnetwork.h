@@ -325,6 +325,76 @@ NET_API int if_down(const char *pcIfName);
 NET_API int isSameSubnet(const char *pcIpAddr1, const char *pcIpAddr2, const char *pcNetmask);
 
 /* ======================================================================================
+ * IPv6 addressing
+ * ====================================================================================== */
+
+/* The interface's IPv6 addresses, link-local left out, at most 32; each prefix length is the
+ * covering route's when the route table has one. */
+NET_API int NET_GetIpv6AddrList(const char *pcIfName, NetIpv6AddrList *pstIpv6AddrList);
+/* Prefix length of the interface's route covering pcIpv6Addr (32 hexadecimal digits, compared
+ * in whole digits); *piPrefix is left as it was when none does. 0, or -1. */
+NET_API int NET_GetIpv6Prefix(const char *pcIfName, const char *pcIpv6Addr, int *piPrefix);
+/* Next hop of the interface's default route as text (link-local included); -1 when none. */
+NET_API int NET_GetIpv6Gateway(const char *pcIfName, char *pstIpv6Gateway, unsigned int uiLen);
+/* Adds an address with the prefix length as given (no range check). */
+NET_API int NET_SetLocalIpv6Addr(const char *pcIfName, const char *pcIpv6Addr, int iPrefixLen);
+/* Adds an address; the prefix length must be 3 to 127. */
+NET_API int NET_AddIpv6Addr(const char *pcIfName, const char *pstIpv6Addr, int iPrefixLen);
+/* Removes an address; the prefix length must be 3 to 127. */
+NET_API int NET_DelIpv6Addr(const char *pcIfName, const char *pstIpv6Addr, int iPrefixLen);
+/* @@if_ipv6@@ */
+
+/* ======================================================================================
+ * DNS resolver file and DHCP switching
+ * ====================================================================================== */
+
+/* @@if_dns@@ */
+
+/* ======================================================================================
+ * Older IPv6 calls
+ * ====================================================================================== */
+
+/* One IPv6 address as the kernel lists it. */
+typedef struct {
+    unsigned char aucAddr[16]; /* network order */
+    int32_t iPrefixLen;
+    int32_t iScope;
+    int32_t iFlags; /* 0 for an address learned from a router advertisement */
+} NetIpv6AddrInfo;
+
+typedef struct {
+    int32_t iNum;
+    NetIpv6AddrInfo astAddr[32];
+} NetIpv6AddrInfoList;
+
+NET_LAYOUT_CHECK(sizeof(NetIpv6AddrInfo) == 28, ipv6_info_size);
+NET_LAYOUT_CHECK(sizeof(NetIpv6AddrInfoList) == 4 + 32 * 28, ipv6_info_list_size);
+
+/* Adds an address (prefix length 3 to 127) to the first interface; logs nothing. */
+NET_API int add_ipv6_addr(const char *pcIpv6Addr, int iPrefixLen);
+/* Removes an address from the first interface; logs nothing. */
+NET_API int del_ipv6_addr(const char *pcIpv6Addr, int iPrefixLen);
+/* The interface's first two addresses (16 bytes each) with their prefixes; 0 when any. */
+NET_API int get_ipv6addr_num(const char *pcIfName, unsigned char *pucAddr1, int *piPrefix1,
+                             unsigned char *pucAddr2, int *piPrefix2);
+/* Next hop (16 bytes, zero when none) of the first default route not via link-local; 0 found. */
+NET_API int get_ipv6_gateway_num(const char *pcIfName, unsigned char *pucGateway);
+/* The addresses whose kernel flags are 0, count first; returns the count (-1 null). */
+NET_API int get_route_ipv6_addrlist(const char *pcIfName, NetIpv6AddrInfoList *pstList);
+/* 32 hexadecimal digits (the kernel tables' form) to 16 bytes; 0, or -1. */
+NET_API int convert_ipv6str_tonum(const char *pcStr, unsigned char *pucAddr);
+/* 16 bytes to 32 lower-case hexadecimal digits and a terminator (iLen > 32); 0, or -1. */
+NET_API int convert_ipv6num_tostr(const unsigned char *pucAddr, char *pcStr, int iLen);
+/* 0 when the text is an IPv6 address fit to configure (not link-local, ::, ::1), else -1. */
+NET_API int check_ipv6_valid(const char *pcIpv6Addr);
+/* The interface's first listed address fit to configure, as text, and its prefix; 0, or -1. */
+NET_API int get_one_right_ipv6_addr(const char *pcIfName, char *pcIpv6Addr, unsigned int uiLen,
+                                    int *piPrefix);
+/* Every IPv6 address of the interface (link-local too), at most 32; the count, or -1. */
+NET_API int get_all_ipv6addr(const char *pcIfName, NetIpv6AddrInfoList *pstList);
+/* @@if_older6@@ */
+
+/* ======================================================================================
  * Address conversion
  * ====================================================================================== */
 /* IPv4 text to 4 bytes (network order) with the C library: 0, -1 not an address, -2 null. */

@@ -1,0 +1,654 @@
+// IPv6 addressing against real interfaces: addresses added with nodad, routes and default
+// routes added with `ip -6 route`, and the kernel's own tables read back independently.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <string.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <functional>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "libnetwork.h"
+#include "sandbox.h"
+
+using sandbox::expect_line;
+using sandbox::LogCapture;
+using sandbox::must;
+
+namespace
+{
+
+std::string ptr_text(const void *p)
+{
+    char buf[32];
+    snprintf(buf, sizeof buf, "%p", p);
+    return buf;
+}
+
+// The kernel tables' form of an address: 32 hexadecimal digits.
+std::string hex_of(const char *text)
+{
+    unsigned char a[16];
+    EXPECT_EQ(1, inet_pton(AF_INET6, text, a)) << text;
+    std::string out;
+    char two[3];
+    for (unsigned char b : a) {
+        snprintf(two, sizeof two, "%02x", b);
+        out += two;
+    }
+    return out;
+}
+
+std::string text_of(const unsigned char *a)
+{
+    char buf[INET6_ADDRSTRLEN];
+    return inet_ntop(AF_INET6, a, buf, sizeof buf);
+}
+
+// One line of /proc/net/if_inet6, read by the test on its own.
+struct Row {
+    std::string hex;
+    int prefix;
+    int flags;
+};
+
+std::vector<Row> rows_of(const std::string &dev)
+{
+    std::istringstream in(sandbox::read_file("/proc/net/if_inet6"));
+    std::vector<Row> rows;
+    std::string hex, idx, plen, scope, flags, name;
+    while (in >> hex >> idx >> plen >> scope >> flags >> name)
+        if (name == dev)
+            rows.push_back(Row{hex, std::stoi(plen, nullptr, 16), std::stoi(flags, nullptr, 16)});
+    return rows;
+}
+
+bool wait_for(const std::function<bool()> &done, int ms = 5000)
+{
+    for (int waited = 0; waited < ms; waited += 50) {
+        if (done())
+            return true;
+        usleep(50 * 1000);
+    }
+    return done();
+}
+
+bool has_link_local(const std::string &dev)
+{
+    for (const Row &r : rows_of(dev))
+        if (r.hex.compare(0, 4, "fe80") == 0)
+            return true;
+    return false;
+}
+
+std::string addrs_of(const std::string &dev)
+{
+    return sandbox::sh_out("ip -6 -o addr show dev " + dev + " | awk '{print $4}'");
+}
+
+// Lowers the descriptor limit to what is open now and fills every gap below it, so the
+// next socket() fails: a call that opens one then says so in its log.
+class NoMoreDescriptors
+{
+  public:
+    NoMoreDescriptors()
+    {
+        getrlimit(RLIMIT_NOFILE, &saved_);
+        int highest = 0;
+        for (int fd = 0; fd < 4096; ++fd)
+            if (fcntl(fd, F_GETFD) != -1)
+                highest = fd;
+        struct rlimit low = saved_;
+        low.rlim_cur = static_cast<rlim_t>(highest + 1);
+        setrlimit(RLIMIT_NOFILE, &low);
+        for (int fd; (fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;)
+            fillers_.push_back(fd);
+    }
+    ~NoMoreDescriptors()
+    {
+        for (int fd : fillers_)
+            close(fd);
+        setrlimit(RLIMIT_NOFILE, &saved_);
+    }
+
+  private:
+    struct rlimit saved_;
+    std::vector<int> fillers_;
+};
+
+} // namespace
+
+class Ipv6 : public ::testing::Test
+{
+  protected:
+    void SetUp() override
+    {
+        REQUIRE_SANDBOX();
+        sandbox::veth("lan1", "nb1");
+        sandbox::veth("lan2", "nb2");
+    }
+};
+
+TEST_F(Ipv6, ListSkipsLinkLocalAndOtherInterfaces)
+{
+    ASSERT_TRUE(wait_for([] { return has_link_local("lan1"); })) << "no link-local address";
+    sandbox::FdCheck fds;
+    NetIpv6AddrList list;
+    memset(&list, 0x5a, sizeof list);
+    ASSERT_EQ(0, NET_GetIpv6AddrList("lan1", &list));
+    EXPECT_EQ(0, list.iNum) << "only a link-local address";
+    NetIpv6AddrList zero;
+    memset(&zero, 0, sizeof zero);
+    EXPECT_EQ(0, memcmp(&zero, &list, sizeof zero)) << "the whole list is cleared";
+
+    sandbox::addr_add("lan1", "2001:db8::10/64");
+    sandbox::addr_add("lan1", "2001:db8:0:1::abcd/56");
+    sandbox::addr_add("lan2", "2001:db8:2::1/64");
+    ASSERT_EQ(0, NET_GetIpv6AddrList("lan1", &list));
+    ASSERT_EQ(2, list.iNum);
+    std::set<std::string> seen;
+    for (int i = 0; i < list.iNum; ++i) {
+        const NetIpv6AddrEntry &e = list.astAddr[i];
+        seen.insert(e.szAddr);
+        EXPECT_EQ(std::string(e.szAddr), text_of(e.aucAddr)) << "text and bytes agree";
+        EXPECT_EQ(strcmp(e.szAddr, "2001:db8::10") == 0 ? 64 : 56, e.iPrefixLen) << e.szAddr;
+    }
+    EXPECT_EQ((std::set<std::string>{"2001:db8::10", "2001:db8:0:1::abcd"}), seen);
+}
+
+TEST_F(Ipv6, ListStopsAtThirtyTwoEntries)
+{
+    std::set<std::string> added;
+    for (int i = 0; i < 40; ++i) {
+        std::string a = "2001:db8::" + std::to_string(100 + i);
+        sandbox::addr_add("lan1", a + "/64");
+        added.insert(a);
+    }
+    sandbox::FdCheck fds;
+    NetIpv6AddrList list;
+    ASSERT_EQ(0, NET_GetIpv6AddrList("lan1", &list));
+    ASSERT_EQ(32, list.iNum);
+    std::set<std::string> seen;
+    for (const NetIpv6AddrEntry &e : list.astAddr) {
+        EXPECT_EQ(1u, added.count(e.szAddr)) << e.szAddr;
+        EXPECT_EQ(64, e.iPrefixLen);
+        seen.insert(e.szAddr);
+    }
+    EXPECT_EQ(32u, seen.size()) << "no entry twice";
+}
+
+TEST_F(Ipv6, ListTakesTheRoutePrefixOverTheAddressPrefix)
+{
+    // Without its own prefix route the address is covered by a /48 route of the interface.
+    must("ip addr add 2001:db8:1:2::5/64 dev lan1 nodad noprefixroute");
+    must("ip -6 route add 2001:db8:1::/48 dev lan1");
+    // A route of the other interface that would match more closely is not consulted.
+    must("ip -6 route add 2001:db8:1:2::/60 dev lan2");
+    NetIpv6AddrList list;
+    ASSERT_EQ(0, NET_GetIpv6AddrList("lan1", &list));
+    ASSERT_EQ(1, list.iNum);
+    EXPECT_STREQ("2001:db8:1:2::5", list.astAddr[0].szAddr);
+    EXPECT_EQ(48, list.astAddr[0].iPrefixLen);
+}
+
+TEST_F(Ipv6, ListKeepsTheAddressPrefixWhenNoRouteIsFound)
+{
+    // 32 routes of lan1 sort before the address's own routes, so the lookup gives up.
+    for (int i = 1; i <= 32; ++i)
+        must("ip -6 route add 2001:db8:" + std::to_string(i) + "::/48 dev lan1");
+    must("ip addr add 3001::5/60 dev lan1 nodad noprefixroute");
+    NetIpv6AddrList list;
+    ASSERT_EQ(0, NET_GetIpv6AddrList("lan1", &list));
+    ASSERT_EQ(1, list.iNum);
+    EXPECT_STREQ("3001::5", list.astAddr[0].szAddr);
+    EXPECT_EQ(60, list.astAddr[0].iPrefixLen);
+}
+
+TEST_F(Ipv6, ListFailuresAreLogged)
+{
+    sandbox::FdCheck fds;
+    LogCapture log;
+    NetIpv6AddrList list;
+    memset(&list, 0x5a, sizeof list);
+    EXPECT_EQ(-1, NET_GetIpv6AddrList("nosuchdev", &list));
+    EXPECT_EQ(0, list.iNum) << "cleared before the index is asked";
+    EXPECT_EQ(-1, NET_GetIpv6AddrList(nullptr, &list));
+    EXPECT_EQ(-1, NET_GetIpv6AddrList("lan1", nullptr));
+    EXPECT_EQ((std::vector<std::string>{
+                  expect_line("NET_GetIpv6AddrList", "\"can not find index. \\n\""),
+                  expect_line("NET_GetIpv6AddrList",
+                              "PL_PARAM_ERROR_PRINT \"pcIfName: (nil), pstIpv6AddrList: " +
+                                  ptr_text(&list) + ". \\n\""),
+                  expect_line("NET_GetIpv6AddrList",
+                              "PL_PARAM_ERROR_PRINT \"pcIfName: " + ptr_text("lan1") +
+                                  ", pstIpv6AddrList: (nil). \\n\""),
+              }),
+              log.texts());
+    for (const sandbox::LogLine &l : log.lines())
+        EXPECT_EQ(3, l.level);
+}
+
+TEST_F(Ipv6, PrefixOfAnAddressFromTheRouteTable)
+{
+    struct Case {
+        const char *routes; // added to lan1 (or lan2 where named)
+        const char *addr;
+        int prefix; // 0: none found, the caller's value stays
+    } cases[] = {
+        {"2001:db8:1::/48", "2001:db8:1:2::5", 48},
+        {"2001:db8:1::/48", "2001:db8:2::5", 0},
+        // Whole hexadecimal digits only: /46 compares 11 digits, so 123f matches 1230::/46.
+        {"2001:db8:1230::/46", "2001:db8:123f::1", 46},
+        // Below 4 bits nothing is compared: the first such route matches any address.
+        {"4000::/2", "2001:db8::1", 2},
+        // A route of another interface does not count.
+        {"2001:db8:1::/48 dev lan2", "2001:db8:1::5", 0},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.routes);
+        std::string route = c.routes;
+        if (route.find(" dev ") == std::string::npos)
+            route += " dev lan1";
+        must("ip -6 route add " + route);
+        sandbox::FdCheck fds;
+        LogCapture log;
+        int prefix = -7;
+        EXPECT_EQ(0, NET_GetIpv6Prefix("lan1", hex_of(c.addr).c_str(), &prefix));
+        EXPECT_EQ(c.prefix == 0 ? -7 : c.prefix, prefix);
+        EXPECT_TRUE(log.texts().empty());
+        must("ip -6 route del " + route);
+    }
+}
+
+TEST_F(Ipv6, PrefixComparesAtMostThirtyTwoRoutesOfTheInterface)
+{
+    // The table lists routes in address order: n non-matching /48 routes of lan1 come
+    // before 3000::/4, and routes of lan2 between them do not count.
+    for (int i = 1; i <= 10; ++i)
+        must("ip -6 route add 2001:db8:" + std::to_string(100 + i) + "::/48 dev lan2");
+    struct Case {
+        int before;
+        int prefix;
+    } cases[] = {{31, 4}, {32, -7}};
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.before);
+        for (int i = 1; i <= c.before; ++i)
+            sandbox::sh("ip -6 route add 2001:db8:" + std::to_string(i) +
+                        "::/48 dev lan1 2>/dev/null");
+        must("ip -6 route add 3000::/4 dev lan1");
+        int prefix = -7;
+        EXPECT_EQ(0, NET_GetIpv6Prefix("lan1", hex_of("3001::1").c_str(), &prefix));
+        EXPECT_EQ(c.prefix, prefix);
+        must("ip -6 route del 3000::/4 dev lan1");
+    }
+}
+
+TEST_F(Ipv6, PrefixRefusesNulls)
+{
+    LogCapture log;
+    int prefix = 0;
+    EXPECT_EQ(-1, NET_GetIpv6Prefix("lan1", nullptr, &prefix));
+    EXPECT_EQ(std::vector<std::string>{expect_line(
+                  "NET_GetIpv6Prefix", "PL_PARAM_ERROR_PRINT \"pcIfName: " + ptr_text("lan1") +
+                                           ", pcIpv6Addr: (nil), piPrefix :" + ptr_text(&prefix) +
+                                           ". \\n\"")},
+              log.texts());
+}
+
+TEST_F(Ipv6, DefaultGatewayByKind)
+{
+    sandbox::addr_add("lan1", "2001:db8::5/64");
+    sandbox::addr_add("lan2", "2001:db8:2::5/64");
+    struct Case {
+        const char *name;
+        std::vector<std::string> routes;
+        int result;          // NET_GetIpv6Gateway on lan1
+        const char *gateway; // its text
+        int numResult;       // get_ipv6_gateway_num on lan1
+        const char *numGateway;
+    } cases[] = {
+        {"link-local next hop", {"default via fe80::1 dev lan1"}, 0, "fe80::1", -1, "::"},
+        {"global next hop",
+         {"default via 2001:db8::1 dev lan1"},
+         0,
+         "2001:db8::1",
+         0,
+         "2001:db8::1"},
+        {"link-local first, then global",
+         {"default via fe80::1 dev lan1 metric 100", "default via 2001:db8::1 dev lan1 metric 200"},
+         0,
+         "fe80::1",
+         0,
+         "2001:db8::1"},
+        {"febf is link-local too", {"default via febf::1 dev lan1"}, 0, "febf::1", -1, "::"},
+        {"fec0 is not", {"default via fec0::1 dev lan1 onlink"}, 0, "fec0::1", 0, "fec0::1"},
+        {"other interface only", {"default via 2001:db8:2::1 dev lan2"}, -1, "", -1, "::"},
+        {"no default route", {"2001:db8:9::/48 via 2001:db8::1 dev lan1"}, -1, "", -1, "::"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        for (const std::string &r : c.routes)
+            must("ip -6 route add " + r);
+        sandbox::FdCheck fds;
+        LogCapture log;
+        char gw[46] = {0};
+        EXPECT_EQ(c.result, NET_GetIpv6Gateway("lan1", gw, sizeof gw));
+        EXPECT_STREQ(c.gateway, gw);
+        unsigned char num[16];
+        memset(num, 0x5a, sizeof num);
+        EXPECT_EQ(c.numResult, get_ipv6_gateway_num("lan1", num));
+        EXPECT_EQ(c.numGateway, text_of(num)) << "all zero when none was found";
+        EXPECT_TRUE(log.texts().empty());
+        for (const std::string &r : c.routes)
+            must("ip -6 route del " + r);
+    }
+}
+
+TEST_F(Ipv6, GatewayRefusals)
+{
+    must("ip -6 route add default via 2001:db8::1 dev lan1 onlink");
+    LogCapture log;
+    char small[8] = {0};
+    EXPECT_EQ(-1, NET_GetIpv6Gateway("lan1", small, sizeof small)) << "text does not fit";
+    EXPECT_EQ(-1, NET_GetIpv6Gateway("lan1", nullptr, 46));
+    EXPECT_EQ(-1, get_ipv6_gateway_num(nullptr, reinterpret_cast<unsigned char *>(small)));
+    EXPECT_EQ(std::vector<std::string>{expect_line(
+                  "NET_GetIpv6Gateway", "PL_PARAM_ERROR_PRINT \"pcIfName: " + ptr_text("lan1") +
+                                            ", pstIpv6Gateway: (nil). \\n\"")},
+              log.texts());
+}
+
+TEST_F(Ipv6, AddAndDeleteAddresses)
+{
+    struct Case {
+        const char *addr;
+        int prefix;
+    } cases[] = {{"2001:db8::7", 64}, {"2001:db8:5::1", 3}, {"2001:db8:6::1", 127}};
+    sandbox::FdCheck fds;
+    LogCapture log;
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.addr);
+        std::string cidr = std::string(c.addr) + "/" + std::to_string(c.prefix);
+        ASSERT_EQ(0, NET_AddIpv6Addr("lan1", c.addr, c.prefix));
+        EXPECT_NE(std::string::npos, addrs_of("lan1").find(cidr)) << addrs_of("lan1");
+        EXPECT_EQ(0, NET_DelIpv6Addr("lan1", c.addr, c.prefix));
+        EXPECT_EQ(std::string::npos, addrs_of("lan1").find(cidr)) << addrs_of("lan1");
+    }
+    EXPECT_TRUE(log.texts().empty());
+}
+
+TEST_F(Ipv6, NameIsCutToFifteenCharacters)
+{
+    sandbox::veth("abcdefghijklmno", "nbx");
+    ASSERT_EQ(0, NET_AddIpv6Addr("abcdefghijklmnoXYZ", "2001:db8::77", 64));
+    EXPECT_NE(std::string::npos, addrs_of("abcdefghijklmno").find("2001:db8::77/64"));
+}
+
+TEST_F(Ipv6, PrefixRangeIsRefusedBeforeASocket)
+{
+    struct Case {
+        const char *name;
+        std::function<int()> call;
+        std::string line; // the one line logged while no descriptor is left
+    } cases[] = {
+        {"add /128", [] { return NET_AddIpv6Addr("lan1", "2001:db8::1", 128); },
+         expect_line("NET_AddIpv6Addr", "PL_PARAM_ERROR_PRINT \"pcIfName: " + ptr_text("lan1") +
+                                            ", pstIpv6Addr: " + ptr_text("2001:db8::1") +
+                                            ", iPrefixLen: 128.\\n\"")},
+        {"del /2", [] { return NET_DelIpv6Addr("lan1", "2001:db8::1", 2); },
+         expect_line("NET_DelIpv6Addr", "PL_PARAM_ERROR_PRINT \"pcIfName: " + ptr_text("lan1") +
+                                            ", pstIpv6Addr: " + ptr_text("2001:db8::1") +
+                                            ", iPrefixLen: 2.\\n\"")},
+        {"add null address", [] { return NET_AddIpv6Addr("lan1", nullptr, 64); },
+         expect_line("NET_AddIpv6Addr", "PL_PARAM_ERROR_PRINT \"pcIfName: " + ptr_text("lan1") +
+                                            ", pstIpv6Addr: (nil), iPrefixLen: 64.\\n\"")},
+        {"add /3 opens a socket", [] { return NET_AddIpv6Addr("lan1", "2001:db8::1", 3); },
+         expect_line("NET_AddIpv6Addr", "PL_OPEN_SOCKET_ERROR_PRINT \"iSocketFd: -1\\n\"")},
+        {"del /127 opens a socket", [] { return NET_DelIpv6Addr("lan1", "2001:db8::1", 127); },
+         expect_line("NET_DelIpv6Addr", "PL_OPEN_SOCKET_ERROR_PRINT \"iSocketFd: -1\\n\"")},
+        {"set-local text converted first",
+         [] { return NET_SetLocalIpv6Addr("lan1", "2001:db8::zz", 64); },
+         expect_line("NET_SetLocalIpv6Addr",
+                     "PL_CONVERT_IPV6_ADDR_ERROR_PRINT \"pcIpv6Addr: 2001:db8::zz.\\n\"")},
+        {"set-local opens a socket", [] { return NET_SetLocalIpv6Addr("lan1", "2001:db8::1", 64); },
+         expect_line("NET_SetLocalIpv6Addr", "PL_OPEN_SOCKET_ERROR_PRINT \"iSock: -1\\n\"")},
+        {"set-local null name", [] { return NET_SetLocalIpv6Addr(nullptr, "2001:db8::1", 64); },
+         expect_line("NET_SetLocalIpv6Addr", "PL_PARAM_ERROR_PRINT \"pcIfName: (nil), "
+                                             "pcIpv6Addr: " +
+                                                 ptr_text("2001:db8::1") + ". \\n\"")},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        LogCapture log;
+        int result;
+        {
+            NoMoreDescriptors none;
+            result = c.call();
+        }
+        EXPECT_EQ(-1, result);
+        EXPECT_EQ(std::vector<std::string>{c.line}, log.texts());
+        ASSERT_FALSE(log.lines().empty());
+        EXPECT_EQ(3, log.lines()[0].level);
+    }
+    EXPECT_EQ(std::string::npos, addrs_of("lan1").find("2001:db8::1/")) << "nothing added";
+}
+
+TEST_F(Ipv6, RequestFailuresAreLogged)
+{
+    sandbox::addr_add("lan1", "2001:db8::5/64");
+    struct Case {
+        const char *name;
+        std::function<int()> call;
+        std::string line;
+    } cases[] = {
+        {"add on a missing interface: the index first",
+         [] { return NET_AddIpv6Addr("nosuchdev", "not-an-address", 64); },
+         expect_line("NET_AddIpv6Addr", "PL_IOCTL_ERROR_PRINT \"No such device.\\n\"")},
+        {"add with a bad text", [] { return NET_AddIpv6Addr("lan1", "not-an-address", 64); },
+         expect_line("NET_AddIpv6Addr",
+                     "PL_CONVERT_IPV6_ADDR_ERROR_PRINT \"pstIpv6Addr: not-an-address.\\n\"")},
+        {"delete an address that is not there",
+         [] { return NET_DelIpv6Addr("lan1", "2001:db8::6", 64); },
+         expect_line("NET_DelIpv6Addr",
+                     "PL_IOCTL_ERROR_PRINT \"Cannot assign requested address.\\n\"")},
+        {"delete with another prefix length",
+         [] { return NET_DelIpv6Addr("lan1", "2001:db8::5", 48); },
+         expect_line("NET_DelIpv6Addr",
+                     "PL_IOCTL_ERROR_PRINT \"Cannot assign requested address.\\n\"")},
+        {"set-local on a missing interface",
+         [] { return NET_SetLocalIpv6Addr("nosuchdev", "2001:db8::1", 64); },
+         expect_line("NET_SetLocalIpv6Addr", "PL_IOCTL_ERROR_PRINT \"No such device.\\n\"")},
+        {"set-local prefix beyond 128 reaches the kernel",
+         [] { return NET_SetLocalIpv6Addr("lan1", "2001:db8::1", 129); },
+         expect_line("NET_SetLocalIpv6Addr", "PL_IOCTL_ERROR_PRINT \"Invalid argument.\\n\"")},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        sandbox::FdCheck fds;
+        LogCapture log;
+        EXPECT_EQ(-1, c.call());
+        EXPECT_EQ(std::vector<std::string>{c.line}, log.texts());
+        ASSERT_FALSE(log.lines().empty());
+        EXPECT_EQ(3, log.lines()[0].level);
+    }
+    EXPECT_NE(std::string::npos, addrs_of("lan1").find("2001:db8::5/64"));
+}
+
+TEST_F(Ipv6, SetLocalTakesAnyPrefixLength)
+{
+    sandbox::FdCheck fds;
+    LogCapture log;
+    EXPECT_EQ(0, NET_SetLocalIpv6Addr("lan1", "2001:db8::128", 128));
+    EXPECT_EQ(0, NET_SetLocalIpv6Addr("lan1", "2001:db8:1::2", 2));
+    std::string addrs = addrs_of("lan1");
+    EXPECT_NE(std::string::npos, addrs.find("2001:db8::128/128")) << addrs;
+    EXPECT_NE(std::string::npos, addrs.find("2001:db8:1::2/2")) << addrs;
+    EXPECT_TRUE(log.texts().empty());
+}
+
+TEST_F(Ipv6, OlderAddAndDeleteWorkOnTheFirstInterface)
+{
+    sandbox::set_device("lan1,lan2");
+    NET_Init();
+    sandbox::FdCheck fds;
+    LogCapture log;
+    EXPECT_EQ(0, add_ipv6_addr("2001:db8::9", 64));
+    EXPECT_NE(std::string::npos, addrs_of("lan1").find("2001:db8::9/64"));
+    EXPECT_EQ(-1, add_ipv6_addr("2001:db8::a", 128)) << "add checks the range";
+    EXPECT_EQ(-1, add_ipv6_addr("2001:db8::a", 2));
+    EXPECT_EQ(-1, add_ipv6_addr(nullptr, 64));
+    EXPECT_EQ(-1, add_ipv6_addr("bad", 64));
+    EXPECT_EQ(0, del_ipv6_addr("2001:db8::9", 64));
+    EXPECT_EQ(std::string::npos, addrs_of("lan1").find("2001:db8::9/"));
+
+    // Delete checks only the text: a /128 the kernel holds goes.
+    sandbox::addr_add("lan1", "2001:db8::b/128");
+    EXPECT_EQ(0, del_ipv6_addr("2001:db8::b", 128));
+    EXPECT_EQ(std::string::npos, addrs_of("lan1").find("2001:db8::b/"));
+    EXPECT_EQ(-1, del_ipv6_addr("2001:db8::b", 128)) << "gone already";
+    EXPECT_EQ(-1, del_ipv6_addr(nullptr, 64));
+    EXPECT_TRUE(log.texts().empty()) << "the older calls log nothing";
+    EXPECT_EQ(std::string::npos, addrs_of("lan2").find("2001:")) << "lan2 untouched";
+}
+
+TEST_F(Ipv6, OlderFirstTwoAddressesInTableOrder)
+{
+    sandbox::addr_add("lan1", "2001:db8::1/64");
+    sandbox::addr_add("lan1", "2001:db8::2/60");
+    sandbox::addr_add("lan1", "2001:db8::3/56");
+    std::vector<Row> rows = rows_of("lan1");
+    ASSERT_GE(rows.size(), 3u);
+    unsigned char a1[16], a2[16];
+    int p1 = 0, p2 = 0;
+    EXPECT_EQ(0, get_ipv6addr_num("lan1", a1, &p1, a2, &p2));
+    EXPECT_EQ(rows[0].hex, hex_of(text_of(a1).c_str()));
+    EXPECT_EQ(rows[0].prefix, p1);
+    EXPECT_EQ(rows[1].hex, hex_of(text_of(a2).c_str()));
+    EXPECT_EQ(rows[1].prefix, p2);
+
+    sandbox::addr_add("lan2", "2001:db8:2::1/64");
+    must("ip -6 addr flush dev lan2 scope link");
+    ASSERT_EQ(1u, rows_of("lan2").size());
+    memset(a2, 0x5a, sizeof a2);
+    p2 = -7;
+    EXPECT_EQ(0, get_ipv6addr_num("lan2", a1, &p1, a2, &p2)) << "one address is enough";
+    EXPECT_EQ("2001:db8:2::1", text_of(a1));
+    EXPECT_EQ(-7, p2) << "the second stays untouched";
+
+    must("ip -6 addr flush dev lan2");
+    EXPECT_EQ(-1, get_ipv6addr_num("lan2", a1, &p1, a2, &p2)) << "no address";
+    EXPECT_EQ(-1, get_ipv6addr_num("nosuchdev", a1, &p1, a2, &p2));
+    EXPECT_EQ(-1, get_ipv6addr_num("lan1", a1, &p1, a2, nullptr));
+}
+
+TEST_F(Ipv6, OlderListsAndRouterAdvertisedAddresses)
+{
+    // Without duplicate detection a dynamic address (finite lifetime) ends with flags 0,
+    // as one learned from a router advertisement; a nodad permanent one keeps 0x82.
+    must("sysctl -qw net.ipv6.conf.lan1.dad_transmits=0");
+    must("ip addr add 2001:db8::20/64 dev lan1 valid_lft 3600 preferred_lft 3600");
+    sandbox::addr_add("lan1", "2001:db8::30/64");
+    ASSERT_TRUE(wait_for([] {
+        for (const Row &r : rows_of("lan1"))
+            if (r.hex == hex_of("2001:db8::20") && r.flags == 0)
+                return true;
+        return false;
+    })) << "the dynamic address stays tentative";
+
+    NetIpv6AddrInfoList all;
+    memset(&all, 0x5a, sizeof all);
+    std::vector<Row> rows = rows_of("lan1");
+    ASSERT_EQ(static_cast<int>(rows.size()), get_all_ipv6addr("lan1", &all));
+    ASSERT_EQ(static_cast<int>(rows.size()), all.iNum);
+    for (size_t i = 0; i < rows.size(); ++i) {
+        EXPECT_EQ(rows[i].hex, hex_of(text_of(all.astAddr[i].aucAddr).c_str()));
+        EXPECT_EQ(rows[i].prefix, all.astAddr[i].iPrefixLen);
+        EXPECT_EQ(rows[i].flags, all.astAddr[i].iFlags);
+    }
+
+    NetIpv6AddrInfoList ra;
+    memset(&ra, 0x5a, sizeof ra);
+    ASSERT_EQ(1, get_route_ipv6_addrlist("lan1", &ra));
+    EXPECT_EQ(1, ra.iNum);
+    EXPECT_EQ("2001:db8::20", text_of(ra.astAddr[0].aucAddr));
+    EXPECT_EQ(64, ra.astAddr[0].iPrefixLen);
+    EXPECT_EQ(0, ra.astAddr[0].iFlags);
+
+    EXPECT_EQ(0, get_route_ipv6_addrlist("nosuchdev", &ra));
+    EXPECT_EQ(0, ra.iNum);
+    EXPECT_EQ(-1, get_route_ipv6_addrlist("lan1", nullptr));
+    EXPECT_EQ(-1, get_all_ipv6addr("nosuchdev", &all));
+    EXPECT_EQ(-1, get_all_ipv6addr(nullptr, &all));
+}
+
+TEST_F(Ipv6, OlderOneRightAddress)
+{
+    char text[64];
+    int prefix = -7;
+    ASSERT_TRUE(wait_for([] { return has_link_local("lan1"); }));
+    EXPECT_EQ(-1, get_one_right_ipv6_addr("lan1", text, sizeof text, &prefix)) << "link-local";
+    sandbox::addr_add("lan1", "2001:db8::44/56");
+    EXPECT_EQ(0, get_one_right_ipv6_addr("lan1", text, sizeof text, &prefix));
+    EXPECT_STREQ("2001:db8::44", text);
+    EXPECT_EQ(56, prefix);
+    char small[6];
+    EXPECT_EQ(0, get_one_right_ipv6_addr("lan1", small, sizeof small, nullptr));
+    EXPECT_STREQ("2001:", small) << "cut and terminated";
+    EXPECT_EQ(-1, get_one_right_ipv6_addr("lo", text, sizeof text, &prefix)) << "::1 is not";
+    EXPECT_EQ(-1, get_one_right_ipv6_addr("lan1", text, 0, &prefix));
+}
+
+TEST(Ipv6Older, HexAddressConversions)
+{
+    struct Case {
+        const char *hex;
+        int result;
+        const char *text; // of the 16 bytes when converted
+    } cases[] = {
+        {"20010db8000000000000000000000001", 0, "2001:db8::1"},
+        {"FE80000000000000020000FFFE000001", 0, "fe80::200:ff:fe00:1"},
+        {"00000000000000000000000000000000", 0, "::"},
+        {"20010db800000000000000000000001", -1, nullptr},  // 31 digits
+        {"20010db8000000000000000000000g01", -1, nullptr}, // not a digit
+        {"", -1, nullptr},
+        {"20010db80000000000000000000000011", 0, "2001:db8::1"}, // digits after 32 ignored
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.hex);
+        unsigned char a[16];
+        memset(a, 0x5a, sizeof a);
+        ASSERT_EQ(c.result, convert_ipv6str_tonum(c.hex, a));
+        if (c.text != nullptr) {
+            EXPECT_EQ(c.text, text_of(a));
+            char back[33];
+            ASSERT_EQ(0, convert_ipv6num_tostr(a, back, sizeof back));
+            EXPECT_EQ(hex_of(c.text), back) << "lower case, 32 digits, terminated";
+        } else {
+            EXPECT_EQ(0x5a, a[0]) << "nothing written on failure";
+        }
+    }
+    unsigned char a[16] = {0};
+    char out[33];
+    EXPECT_EQ(-1, convert_ipv6num_tostr(a, out, 32)) << "no room for the terminator";
+    EXPECT_EQ(-1, convert_ipv6num_tostr(nullptr, out, 33));
+    EXPECT_EQ(-1, convert_ipv6str_tonum(nullptr, a));
+}
+
+TEST(Ipv6Older, CheckValid)
+{
+    struct Case {
+        const char *text;
+        int result;
+    } cases[] = {{"2001:db8::1", 0},  {"::2", 0},      {"fe80::1", -1},
+                 {"FE80::1", -1},     {"::", -1},      {"::1", -1},
+                 {"2001:db8::g", -1}, {"1.2.3.4", -1}, {nullptr, -1}};
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.text ? c.text : "(null)");
+        EXPECT_EQ(c.result, check_ipv6_valid(c.text));
+    }
+}
