@@ -708,6 +708,41 @@ NET_API int set_socket_keeplive(int iSock, int iOnOff, int iIdle, int iInterval,
 /* @@cfg_ddns_pppoe@@ */
 
 /* ======================================================================================
+ * IPv4 and IPv6 collision detection
+ * ====================================================================================== */
+/* One ARP probe (sender 0.0.0.0) out of pcIfName; *pbIsCollision = 1 when another host
+ * answers for pcIpAddr within iTimeoutMsec (>= 0), at most 50 frames read; else untouched. */
+NET_API int NET_DetectIpv4Collision(const char *pcIfName, const char *pcIpAddr, int iTimeoutMsec,
+                                    int *pbIsCollision);
+/* One neighbour solicitation for pcIpv6Addr; *pbIsCollision = 1 on an advertisement for it
+ * (waits iTimeoutMsec / 1000 s plus iTimeoutMsec ms); else untouched. */
+NET_API int NET_DetectIpv6Collision(const char *pcIfName, const char *pcIpv6Addr,
+                                    int iTimeoutMsec, int *pbIsCollision);
+/* @@detect_probe@@ */
+
+/* ======================================================================================
+ * MAC collision monitor and gratuitous ARP
+ * ====================================================================================== */
+/* Thread entry, argument the interface name: watches ARP for this MAC as sender, for ever
+ * (cancel it); at most three interfaces, one monitor each. */
+NET_API void *net_DetectMacCollisionThread(void *pvArgv);
+/* Does nothing and returns 0: start net_DetectMacCollisionThread yourself. */
+NET_API int NET_CreateMacCollThread(void *pvArgv);
+/* The monitor status of pcIfName as it was started (1 collision, 0 none); -1 unknown name. */
+NET_API int NET_GetMacCollStatus(const char *pcIfName, int *piStatus);
+/* Sends one gratuitous ARP request for the interface's own IPv4 address; pcIfName not null. */
+NET_API int NET_SendGratuitousPack(const char *pcIfName);
+/* @@detect_mac@@ */
+
+/* ======================================================================================
+ * ICMP ping
+ * ====================================================================================== */
+/* One echo to the numeric IPv4 pcHost through pcIfName; round trip in microseconds into
+ * *pdTime. Waits at most 2 s; replies are matched by the whole process id. */
+NET_API int NET_Ping(const char *pcIfName, const char *pcHost, double *pdTime);
+/* @@detect_ping@@ */
+
+/* ======================================================================================
  * Configuration backup hooks
  * ====================================================================================== */
 /* @@mig_backup@@ */
