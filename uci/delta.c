@@ -88,38 +88,62 @@ static mode_t file_mode(const char *path)
     return UCI_FILEMODE;
 }
 
-int uci_delta_save(struct uci_context *ctx, struct uci_package *p)
+/* One write(2) for all lines: a process killed while saving leaves no torn line that would
+ * swallow the lines appended after it. */
+static int append_all(int fd, const char *buf, size_t len)
+{
+    while (len > 0) {
+        ssize_t n = write(fd, buf, len);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return UCI_ERR_IO;
+        buf += n;
+        len -= (size_t)n;
+    }
+    return 0;
+}
+
+static int format_deltas(struct uci_package *p, char **buf, size_t *len)
 {
     struct uci_element *e;
-    char *path;
-    FILE *f = NULL;
-    int fd, rc;
+    FILE *f = open_memstream(buf, len);
 
-    if (uci_list_empty(&p->delta))
-        return 0;
-    rc = ensure_savedir(ctx);
-    if (rc)
-        return rc;
-    path = uci_delta_file(ctx, ctx->savedir, p->e.name);
-    if (!path)
+    if (!f)
         return UCI_ERR_MEM;
-    fd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, file_mode(p->path));
-    free(path);
-    if (fd >= 0 && uci_lock(fd, LOCK_EX) == 0)
-        f = fdopen(fd, "a");
-    if (!f) {
-        if (fd >= 0)
-            close(fd);
-        return UCI_ERR_IO;
-    }
     uci_foreach_element(&p->delta, e)
     {
         struct uci_delta *d = uci_to_delta(e);
         uci_delta_write(f, p->e.name, d->cmd, d->section, d->e.name, d->value);
     }
-    rc = (fflush(f) != 0 || ferror(f)) ? UCI_ERR_IO : 0;
-    if (fclose(f) != 0)
+    return fclose(f) == 0 ? 0 : UCI_ERR_MEM;
+}
+
+int uci_delta_save(struct uci_context *ctx, struct uci_package *p)
+{
+    char *path, *buf = NULL;
+    size_t len = 0;
+    int fd, rc;
+
+    if (uci_list_empty(&p->delta))
+        return 0;
+    rc = ensure_savedir(ctx);
+    if (rc == 0)
+        rc = format_deltas(p, &buf, &len);
+    if (rc) {
+        free(buf);
+        return rc;
+    }
+    path = uci_delta_file(ctx, ctx->savedir, p->e.name);
+    fd = path ? open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, file_mode(p->path)) : -1;
+    free(path);
+    if (fd < 0 || uci_lock(fd, LOCK_EX) != 0)
         rc = UCI_ERR_IO;
+    if (rc == 0)
+        rc = append_all(fd, buf, len);
+    if (fd >= 0)
+        close(fd);
+    free(buf);
     if (rc == 0)
         uci_delta_list_free(&p->delta);
     return rc;
