@@ -1,5 +1,6 @@
 // Link control against real devices: up/down, MTU, carrier, and speed/duplex on tap devices
 // (whose link settings the kernel keeps as written).
+#include <errno.h>
 #include <linux/ethtool.h>
 #include <linux/sockios.h>
 #include <net/if.h>
@@ -54,6 +55,20 @@ void force(const char *dev, int autoneg, int speed, int duplex, unsigned int adv
 std::string flags_of(const std::string &dev)
 {
     return sandbox::sh_out("ip -o link show " + dev);
+}
+
+// qemu's user-mode emulator does not carry SIOCETHTOOL (ENOSYS) on the ARM test run.
+bool ethtool_emulated()
+{
+    struct ethtool_value v = {ETHTOOL_GLINK, 0};
+    int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    struct ifreq ifr;
+    memset(&ifr, 0, sizeof ifr);
+    strncpy(ifr.ifr_name, "lo", IFNAMSIZ - 1);
+    ifr.ifr_data = reinterpret_cast<char *>(&v);
+    bool unsupported = ioctl(fd, SIOCETHTOOL, &ifr) < 0 && errno == ENOSYS;
+    close(fd);
+    return unsupported;
 }
 
 } // namespace
@@ -149,6 +164,8 @@ TEST_F(Link, MtuLogLines)
 
 TEST_F(Link, CarrierFollowsTheCable)
 {
+    if (ethtool_emulated())
+        GTEST_SKIP() << "SIOCETHTOOL is not carried by this emulator";
     sandbox::FdCheck fds;
     int linked = -1;
     ASSERT_EQ(0, NET_GetPortLinkStatus("lan1", &linked));
@@ -165,6 +182,8 @@ TEST_F(Link, CarrierFollowsTheCable)
 
 TEST_F(Link, ForcedModesRoundTrip)
 {
+    if (ethtool_emulated())
+        GTEST_SKIP() << "SIOCETHTOOL is not carried by this emulator";
     sandbox::FdCheck fds;
     struct Case {
         int mode;
@@ -186,6 +205,8 @@ TEST_F(Link, ForcedModesRoundTrip)
 
 TEST_F(Link, AutoNegotiationAdvertisesEverything)
 {
+    if (ethtool_emulated())
+        GTEST_SKIP() << "SIOCETHTOOL is not carried by this emulator";
     force("tap0", AUTONEG_DISABLE, 100, DUPLEX_FULL, ADVERTISED_100baseT_Full);
     ASSERT_EQ(0, NET_SetSpeedDuplex("tap0", NET_SPEED_DUPLEX_AUTO));
     struct ethtool_cmd e = settings("tap0");
@@ -204,6 +225,8 @@ TEST_F(Link, AutoNegotiationAdvertisesEverything)
 
 TEST_F(Link, UnmappedSettingsAreRefused)
 {
+    if (ethtool_emulated())
+        GTEST_SKIP() << "SIOCETHTOOL is not carried by this emulator";
     struct Case {
         int autoneg, speed, duplex;
         const char *log;
@@ -226,6 +249,8 @@ TEST_F(Link, UnmappedSettingsAreRefused)
 
 TEST_F(Link, InvalidModeLeaksItsSocketOnPurpose)
 {
+    if (ethtool_emulated())
+        GTEST_SKIP() << "SIOCETHTOOL is not carried by this emulator";
     force("tap0", AUTONEG_DISABLE, 100, DUPLEX_FULL, 0);
     int before = sandbox::open_fd_count();
     LogCapture log;
@@ -248,6 +273,8 @@ TEST_F(Link, InvalidModeLeaksItsSocketOnPurpose)
 
 TEST_F(Link, SupportSpeedComesFromTheAdvertisingMask)
 {
+    if (ethtool_emulated())
+        GTEST_SKIP() << "SIOCETHTOOL is not carried by this emulator";
     struct Case {
         unsigned int advertising;
         int speed;
