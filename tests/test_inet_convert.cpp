@@ -204,7 +204,7 @@ TEST(InetConvert, NtopWithAfIpv4CutsAndLeavesUnterminated)
     }
 }
 
-TEST(InetConvert, NtopWithAfEdgeOfTheContract)
+TEST(InetConvert, NtopWithAfFifteenCharactersIntoFifteen)
 {
     // 255.255.255.255 (15 characters) with size 15: 14 characters, no terminator added.
     const unsigned char a[4] = {255, 255, 255, 255};
