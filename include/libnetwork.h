@@ -743,6 +743,40 @@ NET_API int NET_Ping(const char *pcIfName, const char *pcHost, double *pdTime);
 /* @@detect_ping@@ */
 
 /* ======================================================================================
+ * Network configuration model
+ * ====================================================================================== */
+/* @@cfg_model@@ */
+
+/* ======================================================================================
+ * Subnet and same-network checks
+ * ====================================================================================== */
+/* @@detect_subnet@@ */
+
+/* ======================================================================================
+ * DNS, route, MTU and gateway configuration
+ * ====================================================================================== */
+/* @@cfg_route@@ */
+
+/* ======================================================================================
+ * Static routes
+ * ====================================================================================== */
+/* @@if_route@@ */
+
+/* ======================================================================================
+ * Active interface and client
+ * ====================================================================================== */
+/* The library's active interface (the one the current client reaches the device through);
+ * "lan1" on a two-interface device and "eth0" otherwise until one is set. */
+NET_API char *get_active_interface(void);
+/* Sets the active interface (at most 15 characters); -1 for null. */
+NET_API int set_active_interface(const char *pcIfName);
+/* Copies the first 3 characters of the active client address, unterminated; -1 for null. */
+NET_API int get_active_clientip(char *pcClientIp);
+/* Sets the active client address (at most 45 characters); -1 for null. */
+NET_API int set_active_clientip(const char *pcClientIp);
+/* @@drv_active@@ */
+
+/* ======================================================================================
  * Configuration backup hooks
  * ====================================================================================== */
 /* @@mig_backup@@ */
