@@ -690,6 +690,40 @@ NET_API int set_socket_keeplive(int iSock, int iOnOff, int iIdle, int iInterval,
 /* ======================================================================================
  * UCI access layer
  * ====================================================================================== */
+/* libuci's own package and section objects, used as handles. */
+struct uci_package;
+struct uci_section;
+
+/* Section that holds an interface's settings: "lan" for "eth0", else the name itself. */
+NET_API const char *NET_GetUciNameByIfName(const char *pcIfName);
+/* Loads a package with a context of its own (retried once after NET_RestoreCfgFile). */
+NET_API struct uci_package *NET_CreatePackage(const char *pcPkgName);
+/* Discards unsaved changes and releases the package and its context. */
+NET_API void NET_FreePackage(struct uci_package *pstPackage);
+/* Saves the package, then NET_BackupCfgFile; releases it whether the commit worked or not. */
+NET_API int NET_UciCommit(struct uci_package *pstPackage);
+/* The section of that name (any type), or null. */
+NET_API struct uci_section *NET_GetSection(struct uci_package *pstPackage, const char *pcSecName);
+/* The section of that name, created with pcSecType when absent (an existing one is kept). */
+NET_API struct uci_section *NET_CreateAndGetSection(struct uci_package *pstPackage,
+                                                    const char *pcSecType, const char *pcSecName);
+/* Removes a section with all its options. */
+NET_API int NET_DelSection(struct uci_section *pstSection);
+/* Creates or replaces a string option (a list becomes a single string). */
+NET_API int NET_SetOption(struct uci_section *pstSection, const char *pcOptName,
+                          const char *pcOptVal);
+/* Copies at most uiLen - 1 bytes of a string option, adding no terminator (zero the buffer
+ * first); -1 without a message when the option is absent or a list. */
+NET_API int NET_GetOption(struct uci_section *pstSection, const char *pcOptName, char *pcOptVal,
+                          unsigned int uiLen);
+/* Removes an option; -1 without a message when there is none. */
+NET_API int NET_DelOption(struct uci_section *pstSection, const char *pcOptName);
+/* Appends a value to a list option (duplicates kept). */
+NET_API int NET_SetUciList(struct uci_section *pstSection, const char *pcListName,
+                           const char *pcListVal);
+/* Removes every copy of a value from a list option; -1 when the list does not hold it. */
+NET_API int NET_DelUciList(struct uci_section *pstSection, const char *pcListName,
+                           const char *pcListVal);
 /* @@cfg_uci@@ */
 
 /* ======================================================================================
@@ -779,6 +813,10 @@ NET_API int set_active_clientip(const char *pcClientIp);
 /* ======================================================================================
  * Configuration backup hooks
  * ====================================================================================== */
+/* Hook after every successful commit; does nothing here and returns 0. */
+NET_API int NET_BackupCfgFile(void);
+/* Hook before the one retry of a failed load; does nothing here and returns 0. */
+NET_API int NET_RestoreCfgFile(void);
 /* @@mig_backup@@ */
 
 #ifdef __cplusplus
