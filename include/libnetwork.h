@@ -729,16 +729,45 @@ NET_API int NET_DelUciList(struct uci_section *pstSection, const char *pcListNam
 /* ======================================================================================
  * Address and DHCP mode configuration
  * ====================================================================================== */
+/* Stores "ipaddr" and "netmask" of the interface's section (values not checked). */
+NET_API int NET_SetIpv4AddrCfg(const char *pcIfName, const char *pcIpv4Addr,
+                               const char *pcIpv4Mask);
+/* Stores "ip6addr" as "address/prefix length". */
+NET_API int NET_SetIpv6AddrCfg(const char *pcIfName, const char *pcIPv6Addr, int iPrefixLen);
+/* The stored IPv6 address without its prefix length (pcIPv6Addr: at least 64 bytes). */
+NET_API int NET_GetIpv6AddrCfg(const char *pcIfName, char *pcIPv6Addr);
+/* 1 when the stored "ipv4dhcp" is exactly "1", else 0 (also on every error). */
+NET_API int NET_IsDhcpMode(const char *pcIfName);
+/* 1 when the stored "ipv6dhcp" is exactly "1", else 0 (also on every error). */
+NET_API int NET_IsDhcpv6Mode(const char *pcIfName);
+/* Sets "proto" to "dhcp" (or "dhcpv6") unless already in DHCP mode. */
+NET_API int NET_EnableDhcpCfg(const char *pcIfName);
+/* Sets "proto" to "static" (or "dhcpv6") unless already static. */
+NET_API int NET_DisableDhcpCfg(const char *pcIfName);
 /* @@cfg_addr@@ */
 
 /* ======================================================================================
  * Service port configuration
  * ====================================================================================== */
+/* Fills the service ports and the port mapping from the "port" and "portmapping" sections. */
+NET_API int NET_GetPortCfg(NetPortCfg *pstPortCfg);
+/* Stores the HTTP and RTSP ports and the port mapping (standard external ports in mode 0). */
+NET_API int NET_SetPortCfg(NetPortCfg stPortCfg);
+/* Placeholder: does nothing, returns 0. */
+NET_API int NET_GetPortMappingCfg(unsigned short usPort, void *pvMapping);
 /* @@cfg_port@@ */
 
 /* ======================================================================================
  * DDNS and PPPoE configuration
  * ====================================================================================== */
+/* Fills the record from the "ddns" section. */
+NET_API int NET_GetDdnsCfg(NetDdnsCfg *pstDdnsCfg);
+/* Stores the record in the "ddns" section. */
+NET_API int NET_SetDdnsCfg(const NetDdnsCfg *pstDdnsCfg);
+/* Fills the record from the "pppoe" section. */
+NET_API int NET_GetPppoeCfg(NetPppoeCfg *pstPppoeCfg);
+/* Stores the record in the "pppoe" section. */
+NET_API int NET_SetPppoeCfg(NetPppoeCfg stPppoeCfg);
 /* @@cfg_ddns_pppoe@@ */
 
 /* ======================================================================================
