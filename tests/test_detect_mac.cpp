@@ -1,0 +1,307 @@
+// The MAC collision monitor on real interfaces: frames crafted in the neighbour's namespace
+// with the device's MAC as sender, the status table read back by slot name, and the ways a
+// monitor ends during set-up. Slots are never freed, so each test relies on running in a
+// process of its own (as ctest runs them).
+#include <pthread.h>
+#include <string.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "libnetwork.h"
+#include "sandbox.h"
+#include "test_detect_support.h"
+
+using namespace detecttest;
+using sandbox::LogCapture;
+
+namespace
+{
+
+// The monitor paces itself with sleep(): a second per frame, two more after a collision.
+// This process's sleep() (the library's call binds to it) waits 3 ms per second asked and
+// counts the requests, so fifty frames take a moment and the test knows when one was handled.
+std::atomic<int> g_sleep1{0}, g_sleep2{0}, g_sleepOther{0};
+
+} // namespace
+
+extern "C" unsigned int sleep(unsigned int seconds)
+{
+    std::atomic<int> &n = seconds == 1 ? g_sleep1 : seconds == 2 ? g_sleep2 : g_sleepOther;
+    ++n;
+    usleep(seconds * 3000);
+    return 0;
+}
+
+namespace
+{
+
+using Leveled = std::vector<std::pair<int, std::string>>;
+
+Leveled leveled(const LogCapture &log)
+{
+    Leveled out;
+    for (const sandbox::LogLine &l : log.lines())
+        out.emplace_back(l.level, sandbox::without_line(l.text));
+    return out;
+}
+
+std::string line(const std::string &func, const std::string &msg)
+{
+    return sandbox::expect_line(func, msg);
+}
+
+const std::string kThread = "net_DetectMacCollisionThread";
+
+bool wait_until(const std::function<bool()> &done, int msec = 10000)
+{
+    auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(msec);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+// A monitor thread as the application starts it; cancelled at the end when still running.
+class Monitor
+{
+  public:
+    explicit Monitor(const std::string &name) : name_(name)
+    {
+        started_ = pthread_create(&thread_, nullptr, net_DetectMacCollisionThread,
+                                  const_cast<char *>(name_.c_str())) == 0;
+    }
+    ~Monitor()
+    {
+        if (started_ && !joined_) {
+            pthread_cancel(thread_);
+            pthread_join(thread_, nullptr);
+        }
+    }
+    Monitor(const Monitor &) = delete;
+    Monitor &operator=(const Monitor &) = delete;
+
+    // The thread returned by itself within msec.
+    bool ended(int msec = 3000)
+    {
+        struct timespec until;
+        clock_gettime(CLOCK_REALTIME, &until);
+        until.tv_sec += msec / 1000;
+        until.tv_nsec += (msec % 1000) * 1000000L;
+        if (until.tv_nsec >= 1000000000L) {
+            until.tv_sec += 1;
+            until.tv_nsec -= 1000000000L;
+        }
+        joined_ = started_ && pthread_timedjoin_np(thread_, nullptr, &until) == 0;
+        return joined_;
+    }
+    // The thread reached its loop: it names itself just before.
+    bool watching()
+    {
+        return wait_until([this] {
+            char name[16] = {0};
+            return pthread_getname_np(thread_, name, sizeof name) == 0 &&
+                   strcmp(name, "detecMAC") == 0;
+        });
+    }
+
+  private:
+    std::string name_;
+    pthread_t thread_{};
+    bool started_ = false;
+    bool joined_ = false;
+};
+
+int status_of(const char *name)
+{
+    int st = -7;
+    return NET_GetMacCollStatus(name, &st) == 0 ? st : -1;
+}
+
+} // namespace
+
+class MacMonitor : public ::testing::Test
+{
+  protected:
+    void SetUp() override { REQUIRE_SANDBOX(); }
+
+    // Sends frames from the neighbour's dev and waits until the monitors handled them
+    // (each handled frame ends in one 1 s pause per monitor).
+    void send_from_peer(const std::string &dev, const std::vector<Bytes> &frames, int monitors)
+    {
+        int before = g_sleep1;
+        PeerTask peer(peer_, [&](const std::function<void()> &ready, int) {
+            int fd = arp_socket(dev);
+            if (fd < 0)
+                return 2;
+            ready();
+            return send_all(fd, frames) ? 0 : 3;
+        });
+        ASSERT_TRUE(peer.ready());
+        ASSERT_EQ(0, peer.wait());
+        int want = before + monitors * static_cast<int>(frames.size());
+        ASSERT_TRUE(wait_until([&] { return g_sleep1 >= want; }))
+            << "handled " << g_sleep1 - before << " of " << want - before;
+    }
+
+    sandbox::Peer peer_;
+};
+
+TEST_F(MacMonitor, CollisionStandsUntilFiftyOtherFrames)
+{
+    sandbox::veth("lan1", "nb1", &peer_);
+    const Mac own = mac_of("lan1");
+    const Mac other = {0x02, 0, 0, 0, 0x01, 0x02};
+    auto from = [](const Mac &sha) {
+        return arp_frame(1, kBroadcast, sha, ip4("192.168.1.50"), kNoMac, ip4("192.168.1.1"));
+    };
+    const auto collision = std::make_pair(6, line(kThread, "\"Mac addr collision\""));
+    const auto cleared = std::make_pair(6, line(kThread, "\"Mac addr get right\""));
+
+    Monitor m("lan1");
+    ASSERT_TRUE(m.watching());
+    EXPECT_EQ(0, status_of("lan1"));
+
+    struct Step {
+        const char *what;
+        bool ownMac;
+        int frames;
+        int status;
+        Leveled log;
+    } steps[] = {
+        {"a station with our MAC", true, 1, 1, {collision}},
+        {"49 others do not clear it", false, 49, 1, {}},
+        {"the 50th does", false, 1, 0, {cleared}},
+        {"others while clear change nothing", false, 5, 0, {}},
+        {"again our MAC", true, 1, 1, {collision}},
+        {"30 others", false, 30, 1, {}},
+        {"our MAC restarts the count", true, 1, 1, {collision}},
+        {"49 more others", false, 49, 1, {}},
+        {"the 50th since the latest collision", false, 1, 0, {cleared}},
+    };
+    int collisions = 0;
+    for (const Step &s : steps) {
+        SCOPED_TRACE(s.what);
+        LogCapture log;
+        send_from_peer(
+            "nb1", std::vector<Bytes>(static_cast<size_t>(s.frames), from(s.ownMac ? own : other)),
+            1);
+        collisions += s.ownMac ? 1 : 0;
+        EXPECT_EQ(s.status, status_of("lan1"));
+        EXPECT_EQ(s.log, leveled(log));
+        EXPECT_EQ(collisions, g_sleep2.load()) << "two more seconds after each collision";
+    }
+    EXPECT_EQ(0, g_sleepOther.load());
+}
+
+TEST_F(MacMonitor, SlotsByNameThreeAtMost)
+{
+    for (int i = 0; i < 3; ++i)
+        sandbox::veth("eth" + std::to_string(i), "p" + std::to_string(i), &peer_);
+    struct Start {
+        const char *name;
+        bool runs;
+        Leveled log;
+    } starts[] = {
+        {"eth0", true, {}},
+        {"eth1", true, {}},
+        {"eth0", false, {{7, line(kThread, "\"had created Mac collsion thread of 'eth0'\"")}}},
+        // Matches the first listed name it begins: the MAC of eth0, the slot "eth".
+        {"eth", true, {}},
+        {"et", false, {{3, line(kThread, "\"IfName more than 3, not support!\"")}}},
+        {"wlan0", false, {{3, line(kThread, "\"can't find the device\\n\"")}}},
+    };
+    std::vector<std::unique_ptr<Monitor>> running;
+    for (const Start &s : starts) {
+        SCOPED_TRACE(s.name);
+        LogCapture log;
+        auto m = std::make_unique<Monitor>(s.name);
+        if (s.runs) {
+            EXPECT_TRUE(m->watching());
+            running.push_back(std::move(m));
+        } else {
+            EXPECT_TRUE(m->ended());
+        }
+        EXPECT_EQ(s.log, leveled(log));
+    }
+
+    // A frame with eth0's MAC, arriving on eth1: the monitors hear every interface.
+    const Mac eth0 = mac_of("eth0");
+    send_from_peer("p1", {arp_frame(2, kBroadcast, eth0, ip4("10.0.0.9"), kNoMac, ip4("10.0.0.1"))},
+                   3);
+    struct Lookup {
+        const char *name;
+        int status;
+    } lookups[] = {{"eth0", 1}, {"eth", 1}, {"eth1", 0}, {"eth2", -1}, {"et", -1}};
+    for (const Lookup &l : lookups) {
+        SCOPED_TRACE(l.name);
+        EXPECT_EQ(l.status, status_of(l.name));
+    }
+}
+
+TEST_F(MacMonitor, SetUpEndings)
+{
+    struct Case {
+        const char *setup;
+        const char *arg;
+        Leveled log;
+    } cases[] = {
+        {"true", nullptr, {{3, line(kThread, "\"parameter 'pvArgv' is null!\"")}}},
+        // Only the loopback: an empty list, so no MAC at all.
+        {"true",
+         "lan1",
+         {{3, line(kThread, "\"Get interface Mac failed, pcSourceMacAddr: (nil).\"")}}},
+        // A tunnel has no hardware address: listed by its IPv4 address, MAC all zero.
+        {"ip tuntap add dev tun0 mode tun && ip addr add 10.9.9.9/32 dev tun0",
+         "tun0",
+         {{3, line(kThread, "\"Mac address can not be set zero. \\n\"")}}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.arg ? c.arg : "(null)");
+        sandbox::must(c.setup);
+        LogCapture log;
+        EXPECT_EQ(nullptr, net_DetectMacCollisionThread(const_cast<char *>(c.arg)));
+        EXPECT_EQ(c.log, leveled(log));
+    }
+    // None of them took a slot.
+    EXPECT_EQ(-1, status_of("tun0"));
+    EXPECT_EQ(-1, status_of("lan1"));
+}
+
+TEST_F(MacMonitor, CreateDoesNothingAndLookupsRefuse)
+{
+    auto threads = [] {
+        return sandbox::sh_out("ls /proc/" + std::to_string(getpid()) + "/task | wc -l");
+    };
+    std::string before = threads();
+    LogCapture log;
+    EXPECT_EQ(0, NET_CreateMacCollThread(nullptr));
+    EXPECT_EQ(0, NET_CreateMacCollThread(const_cast<char *>("lan1")));
+    EXPECT_EQ(before, threads());
+    EXPECT_TRUE(log.lines().empty());
+
+    int st = 5;
+    struct Case {
+        const char *name;
+        int *out;
+        std::string msg;
+    } cases[] = {
+        {nullptr, &st, "\"parameter is null\""},
+        {"lan1", nullptr, "\"parameter is null\""},
+        {"lan1", &st, "\"can't find Mac Collsion thread of 'lan1'!\""},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.msg);
+        log.clear();
+        EXPECT_EQ(-1, NET_GetMacCollStatus(c.name, c.out));
+        EXPECT_EQ((Leveled{{3, line("NET_GetMacCollStatus", c.msg)}}), leveled(log));
+        EXPECT_EQ(5, st);
+    }
+}
