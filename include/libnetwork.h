@@ -348,6 +348,23 @@ NET_API int NET_DelIpv6Addr(const char *pcIfName, const char *pstIpv6Addr, int i
  * DNS resolver file and DHCP switching
  * ====================================================================================== */
 
+/* The servers of the interface's block in "/etc/resolv.conf", cut to the lengths and NOT
+ * terminated (pass zeroed buffers); untouched when there is no block. 0, or -1. */
+NET_API int NET_GetDnsServer(const char *pcIfName, char *pcMaster, unsigned int uiMasterLen,
+                             char *pcSlave, unsigned int uiSlaveLen);
+/* NET_EnableDnsServer, logging "set dns err" when it fails. */
+NET_API int NET_SetDnsServer(const char *pcIfName, const char *pcMaster, const char *pcSlave);
+/* Rewrites "/etc/resolv.conf" with the interface's new servers, keeping the other block. */
+NET_API int NET_EnableDnsServer(const char *pcIfName, const char *pcMaster, const char *pcSlave);
+/* The present server lines of the first interface and of "lan2" as "nameserver" lines. */
+NET_API int net_GetExistNameserver(char *pcNameserver1, unsigned int uiLen1, char *pcNameserver2,
+                                   unsigned int uiLen2);
+/* Kept for old callers: touches no file. 0. */
+NET_API int create_resolv_file(void);
+/* Stores DHCP mode for the interface; it takes effect on the next network restart. */
+NET_API int NET_EnableDhcp(const char *pcIfName);
+/* Stores a static address mode for the interface; it takes effect on the next restart. */
+NET_API int NET_DisableDhcp(const char *pcIfName);
 /* @@if_dns@@ */
 
 /* ======================================================================================
@@ -392,6 +409,8 @@ NET_API int get_one_right_ipv6_addr(const char *pcIfName, char *pcIpv6Addr, unsi
                                     int *piPrefix);
 /* Every IPv6 address of the interface (link-local too), at most 32; the count, or -1. */
 NET_API int get_all_ipv6addr(const char *pcIfName, NetIpv6AddrInfoList *pstList);
+/* The first interface's DNS servers, terminated within the lengths; 0, or -1. */
+NET_API int get_dns(char *pcDns1, unsigned int uiLen1, char *pcDns2, unsigned int uiLen2);
 /* @@if_older6@@ */
 
 /* ======================================================================================

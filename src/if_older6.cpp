@@ -101,4 +101,14 @@ int get_all_ipv6addr(const char *pcIfName, NetIpv6AddrInfoList *pstList)
     return read_ipv6_all(fp.get(), index, *pstList);
 }
 
+int get_dns(char *pcDns1, unsigned int uiLen1, char *pcDns2, unsigned int uiLen2)
+{
+    if (pcDns1 == nullptr || pcDns2 == nullptr || uiLen1 == 0 || uiLen2 == 0)
+        return -1;
+    memset(pcDns1, 0, uiLen1);
+    memset(pcDns2, 0, uiLen2);
+    // One short of each length: the block reader adds no terminator.
+    return NET_GetDnsServer(g_pcLan1Name, pcDns1, uiLen1 - 1, pcDns2, uiLen2 - 1) == 0 ? 0 : -1;
+}
+
 } // extern "C"
