@@ -552,6 +552,23 @@ TEST(UciDelta, ForeignDeltaFilesAreReplayedAndBadLinesSkipped)
     EXPECT_EQ("", sandbox::read_file(u.save + "/net"));
 }
 
+// A writer killed inside write(2) leaves a torn line; its open quote must not swallow the
+// changes saved after it.
+TEST(UciDelta, TornLastLineDoesNotEatLaterChanges)
+{
+    Uci u;
+    u.put("net", kBase);
+    mkdir(u.save.c_str(), 0700);
+    sandbox::write_file(u.save + "/net", "net.lan.a='1'\nnet.lan.pad='xxxx", 0600);
+    uci_package *p = u.load("net");
+    EXPECT_EQ(0, u.set("net.lan.b=2"));
+    EXPECT_EQ(0, uci_commit(u.ctx, &p, false));
+    EXPECT_EQ("\nconfig interface 'lan'\n\toption proto 'static'\n\toption ipaddr '10.0.0.1'\n"
+              "\tlist dns 'a'\n\toption a '1'\n\toption b '2'\n\nconfig interface\n"
+              "\toption x 'y'\n\n",
+              u.file("net"));
+}
+
 TEST(UciCommit, KeepsModeWritesThroughSymlinksAndLeaksNothing)
 {
     Uci u;

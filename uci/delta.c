@@ -88,8 +88,7 @@ static mode_t file_mode(const char *path)
     return UCI_FILEMODE;
 }
 
-/* One write(2) for all lines: a process killed while saving leaves no torn line that would
- * swallow the lines appended after it. */
+/* One write(2) for all lines, so a process killed while saving seldom leaves a torn line. */
 static int append_all(int fd, const char *buf, size_t len)
 {
     while (len > 0) {
@@ -119,6 +118,32 @@ static int format_deltas(struct uci_package *p, char **buf, size_t *len)
     return fclose(f) == 0 ? 0 : UCI_ERR_MEM;
 }
 
+/* A process killed inside write(2) can still leave a torn last line (the kernel stops between
+ * pages); with an open quote it would swallow every line appended after it. Cut it off. */
+static int drop_torn_tail(int fd)
+{
+    struct uci_lexer lx;
+    size_t good = 0;
+    char *buf = NULL;
+    size_t len = 0;
+    int rc = uci_read_fd(fd, &buf, &len);
+
+    if (rc)
+        return rc == UCI_ERR_PARSE ? 0 : rc;
+    uci_lex_init(&lx, buf, len);
+    while (lx.pos < lx.len && uci_lex_arg(&lx) != UCI_LEX_ERR) {
+        uci_lex_next_line(&lx);
+        if (lx.buf[lx.pos - 1] != '\n')
+            break;
+        good = lx.pos;
+    }
+    uci_lex_free(&lx);
+    free(buf);
+    if (good < len && ftruncate(fd, (off_t)good) != 0)
+        return UCI_ERR_IO;
+    return 0;
+}
+
 int uci_delta_save(struct uci_context *ctx, struct uci_package *p)
 {
     char *path, *buf = NULL;
@@ -135,10 +160,12 @@ int uci_delta_save(struct uci_context *ctx, struct uci_package *p)
         return rc;
     }
     path = uci_delta_file(ctx, ctx->savedir, p->e.name);
-    fd = path ? open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, file_mode(p->path)) : -1;
+    fd = path ? open(path, O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, file_mode(p->path)) : -1;
     free(path);
     if (fd < 0 || uci_lock(fd, LOCK_EX) != 0)
         rc = UCI_ERR_IO;
+    if (rc == 0)
+        rc = drop_torn_tail(fd);
     if (rc == 0)
         rc = append_all(fd, buf, len);
     if (fd >= 0)

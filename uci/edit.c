@@ -134,9 +134,7 @@ static int delete_item(struct uci_context *ctx, struct uci_ptr *ptr)
     {
         if (i++ != idx)
             continue;
-        uci_list_del(&e->list);
-        free(e->name);
-        free(e);
+        uci_item_free(e);
         return uci_delta_add(ctx, ptr->p, UCI_CMD_REMOVE, ptr->section, ptr->option, ptr->value);
     }
     return 0;
@@ -212,8 +210,7 @@ int uci_do_rename(struct uci_context *ctx, struct uci_ptr *ptr)
             ptr->section = name;
         ptr->s->anonymous = false;
     }
-    free(e->name);
-    e->name = name;
+    uci_elem_rename(e, name);
     return 0;
 }
 

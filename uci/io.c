@@ -6,6 +6,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 /* Grows *buf for at least one more byte; files over the limit are refused. */
@@ -31,10 +32,20 @@ static int grow(char **buf, size_t *cap, size_t len)
 
 int uci_read_fd(int fd, char **buf, size_t *len)
 {
+    struct stat st;
     size_t cap = 0;
     int rc;
 
-    *buf = NULL;
+    /* room for the whole file and the end-of-file read at once */
+    if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size < UCI_MAX_FILE) {
+        cap = (size_t)st.st_size + 1;
+        *buf = malloc(cap);
+        if (!*buf)
+            return UCI_ERR_MEM;
+    }
+
+    if (!cap)
+        *buf = NULL;
     *len = 0;
     for (;;) {
         ssize_t n;

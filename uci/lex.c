@@ -9,6 +9,12 @@ static bool is_blank(char c)
     return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f';
 }
 
+/* Bytes that end an unquoted run: separators, quotes, escapes and comments. */
+static const bool special[256] = {
+    ['\0'] = true, [' '] = true,  ['\t'] = true, ['\r'] = true, ['\v'] = true, ['\f'] = true,
+    ['\n'] = true, ['\''] = true, ['"'] = true,  ['\\'] = true, ['#'] = true,  [';'] = true,
+};
+
 void uci_lex_init(struct uci_lexer *lx, const char *buf, size_t len)
 {
     memset(lx, 0, sizeof(*lx));
@@ -19,32 +25,41 @@ void uci_lex_init(struct uci_lexer *lx, const char *buf, size_t len)
 
 void uci_lex_free(struct uci_lexer *lx)
 {
-    free(lx->arg);
+    free(lx->argbuf);
+    lx->argbuf = NULL;
     lx->arg = NULL;
     lx->argcap = 0;
+    lx->argused = 0;
+}
+
+static int fail_at(struct uci_lexer *lx, const char *reason, size_t pos)
+{
+    const char *p = lx->buf;
+
+    lx->reason = reason;
+    lx->line = 1;
+    lx->line_start = 0;
+    while ((p = memchr(p, '\n', pos - (size_t)(p - lx->buf))) != NULL) {
+        lx->line++;
+        lx->line_start = (size_t)(++p - lx->buf);
+    }
+    lx->pos = pos;
+    return -1;
 }
 
 int uci_lex_check(struct uci_lexer *lx)
 {
-    size_t i, start = 0;
-    int line = 1;
+    const char *nul = memchr(lx->buf, '\0', lx->len);
+    size_t start = 0;
 
-    for (i = 0; i <= lx->len; i++) {
-        if (i < lx->len && lx->buf[i] == '\0') {
-            lx->reason = "invalid character";
-        } else if (i - start > UCI_MAX_LINE) {
-            lx->reason = "line too long";
-        } else {
-            if (i < lx->len && lx->buf[i] == '\n') {
-                line++;
-                start = i + 1;
-            }
-            continue;
-        }
-        lx->line = line;
-        lx->line_start = start;
-        lx->pos = i;
-        return -1;
+    if (nul)
+        return fail_at(lx, "invalid character", (size_t)(nul - lx->buf));
+    while (start <= lx->len) {
+        const char *nl = memchr(lx->buf + start, '\n', lx->len - start);
+        size_t end = nl ? (size_t)(nl - lx->buf) : lx->len;
+        if (end - start > UCI_MAX_LINE)
+            return fail_at(lx, "line too long", start + UCI_MAX_LINE + 1);
+        start = end + 1;
     }
     return 0;
 }
@@ -66,47 +81,58 @@ static void newline(struct uci_lexer *lx)
     lx->line_start = lx->pos;
 }
 
-static int push(struct uci_lexer *lx, char c)
+static int push_n(struct uci_lexer *lx, const char *src, size_t n)
 {
-    if (lx->arglen + 1 >= lx->argcap) {
-        size_t cap = lx->argcap ? lx->argcap * 2 : 128;
-        char *n = realloc(lx->arg, cap);
-        if (!n) {
+    if (lx->argused + n >= lx->argcap) {
+        size_t cap = lx->argcap ? lx->argcap : 256;
+        char *b;
+        while (lx->argused + n >= cap)
+            cap *= 2;
+        b = realloc(lx->argbuf, cap);
+        if (!b) {
             lx->nomem = true;
             lx->reason = "out of memory";
             return -1;
         }
-        lx->arg = n;
+        lx->argbuf = b;
         lx->argcap = cap;
     }
-    lx->arg[lx->arglen++] = c;
+    memcpy(lx->argbuf + lx->argused, src, n);
+    lx->argused += n;
     return 0;
 }
 
-/* Copies one byte (counting lines) into the argument. */
-static int take(struct uci_lexer *lx, char c)
+/* Copies n bytes from pos (counting lines) into the argument. */
+static int take(struct uci_lexer *lx, size_t n)
 {
-    lx->pos++;
-    if (c == '\n')
-        newline(lx);
-    return push(lx, c);
+    size_t i, start = lx->pos;
+
+    for (i = 0; i < n; i++) {
+        if (lx->buf[start + i] == '\n') {
+            lx->pos = start + i + 1;
+            newline(lx);
+        }
+    }
+    lx->pos = start + n;
+    return push_n(lx, lx->buf + start, n);
 }
 
 /* Everything is literal up to the next single quote. */
 static int single_quoted(struct uci_lexer *lx)
 {
+    const char *q;
+
     lx->pos++;
-    while (lx->pos < lx->len) {
-        char c = lx->buf[lx->pos];
-        if (c == '\'') {
-            lx->pos++;
-            return 0;
-        }
-        if (take(lx, c) < 0)
-            return -1;
+    q = memchr(lx->buf + lx->pos, '\'', lx->len - lx->pos);
+    if (!q) {
+        take(lx, lx->len - lx->pos); /* report the line the file ends on */
+        lx->reason = "EOF with unterminated '";
+        return -1;
     }
-    lx->reason = "EOF with unterminated '";
-    return -1;
+    if (take(lx, (size_t)(q - lx->buf) - lx->pos) < 0)
+        return -1;
+    lx->pos++;
+    return 0;
 }
 
 /* Backslash quotes the next byte; backslash-newline joins lines. */
@@ -114,24 +140,28 @@ static int double_quoted(struct uci_lexer *lx)
 {
     lx->pos++;
     while (lx->pos < lx->len) {
-        char c = lx->buf[lx->pos];
+        size_t n = 0;
+        char c;
+        while (lx->pos + n < lx->len && lx->buf[lx->pos + n] != '"' && lx->buf[lx->pos + n] != '\\')
+            n++;
+        if (n && take(lx, n) < 0)
+            return -1;
+        if (lx->pos >= lx->len)
+            break;
+        c = lx->buf[lx->pos];
         if (c == '"') {
             lx->pos++;
             return 0;
         }
-        if (c == '\\' && lx->pos + 1 < lx->len) {
+        if (lx->pos + 1 >= lx->len)
+            break; /* a final backslash quotes nothing */
+        lx->pos++;
+        if (lx->buf[lx->pos] == '\n') {
             lx->pos++;
-            c = lx->buf[lx->pos];
-            if (c == '\n') {
-                lx->pos++;
-                newline(lx);
-                continue;
-            }
-        } else if (c == '\\') {
-            break;
-        }
-        if (take(lx, c) < 0)
+            newline(lx);
+        } else if (take(lx, 1) < 0) {
             return -1;
+        }
     }
     lx->reason = "EOF with unterminated \"";
     return -1;
@@ -150,7 +180,16 @@ static int unquoted_escape(struct uci_lexer *lx)
         return 0;
     }
     lx->pos++;
-    return take(lx, lx->buf[lx->pos]);
+    return take(lx, 1);
+}
+
+static int unquoted(struct uci_lexer *lx)
+{
+    size_t n = 0;
+
+    while (lx->pos + n < lx->len && !special[(unsigned char)lx->buf[lx->pos + n]])
+        n++;
+    return take(lx, n);
 }
 
 static bool skip_separators(struct uci_lexer *lx)
@@ -177,6 +216,7 @@ void uci_lex_skip_blank(struct uci_lexer *lx)
 
 int uci_lex_arg(struct uci_lexer *lx)
 {
+    size_t start;
     int rc = 0;
 
     if (lx->eol || !skip_separators(lx))
@@ -185,7 +225,9 @@ int uci_lex_arg(struct uci_lexer *lx)
         lx->eol = true;
         return UCI_LEX_EOL;
     }
-    lx->arglen = 0;
+    if (!lx->append)
+        lx->argused = 0;
+    start = lx->argused;
     while (rc == 0 && lx->pos < lx->len) {
         char c = lx->buf[lx->pos];
         if (c == '\n' || is_blank(c))
@@ -202,11 +244,13 @@ int uci_lex_arg(struct uci_lexer *lx)
         else if (c == '\\')
             rc = unquoted_escape(lx);
         else
-            rc = take(lx, c);
+            rc = unquoted(lx);
     }
-    if (rc < 0 || push(lx, '\0') < 0)
+    if (rc < 0 || push_n(lx, "", 1) < 0)
         return UCI_LEX_ERR;
-    lx->arglen--;
+    lx->argoff = start;
+    lx->arg = lx->argbuf + start;
+    lx->arglen = lx->argused - start - 1;
     return UCI_LEX_ARG;
 }
 
@@ -215,6 +259,7 @@ void uci_lex_next_line(struct uci_lexer *lx)
     const char *nl = NULL;
 
     lx->eol = false;
+    lx->argused = 0;
     if (lx->pos < lx->len)
         nl = memchr(lx->buf + lx->pos, '\n', lx->len - lx->pos);
     if (!nl) {

@@ -25,20 +25,39 @@ struct uci_element *uci_find(struct uci_list *list, const char *name)
     return NULL;
 }
 
-static void *elem_alloc(size_t size, enum uci_type type, const char *name)
+/* Size of the record in front of the inline name of an element of this kind. */
+static size_t elem_size(enum uci_type type)
 {
-    struct uci_element *e = calloc(1, size);
+    switch (type) {
+    case UCI_TYPE_PACKAGE:
+        return sizeof(struct uci_package);
+    case UCI_TYPE_SECTION:
+        return sizeof(struct uci_section);
+    case UCI_TYPE_OPTION:
+        return sizeof(struct uci_option);
+    default:
+        return sizeof(struct uci_element);
+    }
+}
+
+/* One block: the record, its name, then an optional text (option value, section type). */
+static void *elem_alloc(size_t size, enum uci_type type, const char *name, const char *text,
+                        char **text_out)
+{
+    size_t nlen = name ? strlen(name) + 1 : 0, tlen = text ? strlen(text) + 1 : 0;
+    struct uci_element *e = calloc(1, size + nlen + tlen);
 
     if (!e)
         return NULL;
     uci_list_init(&e->list);
     e->type = type;
     if (name) {
-        e->name = uci_strdup(name);
-        if (!e->name) {
-            free(e);
-            return NULL;
-        }
+        e->name = (char *)e + size;
+        memcpy(e->name, name, nlen);
+    }
+    if (text) {
+        *text_out = (char *)e + size + nlen;
+        memcpy(*text_out, text, tlen);
     }
     return e;
 }
@@ -46,13 +65,26 @@ static void *elem_alloc(size_t size, enum uci_type type, const char *name)
 static void elem_free(struct uci_element *e)
 {
     uci_list_del(&e->list);
-    free(e->name);
+    if (e->name != (char *)e + elem_size(e->type))
+        free(e->name); /* renamed */
     free(e);
+}
+
+void uci_elem_rename(struct uci_element *e, char *name)
+{
+    if (e->name != (char *)e + elem_size(e->type))
+        free(e->name);
+    e->name = name;
+}
+
+void uci_item_free(struct uci_element *e)
+{
+    elem_free(e);
 }
 
 struct uci_package *uci_pkg_alloc(struct uci_context *ctx, const char *name)
 {
-    struct uci_package *p = elem_alloc(sizeof(*p), UCI_TYPE_PACKAGE, name);
+    struct uci_package *p = elem_alloc(sizeof(*p), UCI_TYPE_PACKAGE, name, NULL, NULL);
 
     if (!p)
         return NULL;
@@ -83,7 +115,7 @@ void uci_pkg_free(struct uci_package *p)
 struct uci_section *uci_sec_alloc(struct uci_package *p, const char *type, const char *name,
                                   struct uci_list *at)
 {
-    char anon[32];
+    char anon[32], *s_type = NULL;
     struct uci_section *s;
 
     p->n_section++;
@@ -91,14 +123,10 @@ struct uci_section *uci_sec_alloc(struct uci_package *p, const char *type, const
         uci_anon_name(anon, sizeof(anon), p->n_section, type);
         name = anon;
     }
-    s = elem_alloc(sizeof(*s), UCI_TYPE_SECTION, name);
-    if (s)
-        s->type = uci_strdup(type);
-    if (!s || !s->type) {
-        if (s)
-            elem_free(&s->e);
+    s = elem_alloc(sizeof(*s), UCI_TYPE_SECTION, name, type, &s_type);
+    if (!s)
         return NULL;
-    }
+    s->type = s_type;
     s->anonymous = (name == anon);
     s->package = p;
     uci_list_init(&s->options);
@@ -114,14 +142,16 @@ void uci_sec_free(struct uci_section *s)
     {
         uci_opt_free(uci_to_option(e));
     }
-    free(s->type);
     elem_free(&s->e);
 }
 
 struct uci_option *uci_opt_alloc(struct uci_section *s, const char *name, enum uci_option_type type,
                                  const char *value, struct uci_list *at)
 {
-    struct uci_option *o = elem_alloc(sizeof(*o), UCI_TYPE_OPTION, name);
+    char *string = NULL;
+    struct uci_option *o =
+        elem_alloc(sizeof(*o), UCI_TYPE_OPTION, name,
+                   type == UCI_TYPE_STRING ? (value ? value : "") : NULL, &string);
 
     if (!o)
         return NULL;
@@ -134,11 +164,7 @@ struct uci_option *uci_opt_alloc(struct uci_section *s, const char *name, enum u
             return NULL;
         }
     } else {
-        o->v.string = uci_strdup(value ? value : "");
-        if (!o->v.string) {
-            elem_free(&o->e);
-            return NULL;
-        }
+        o->v.string = string;
     }
     uci_list_insert(at, &o->e.list);
     return o;
@@ -146,7 +172,7 @@ struct uci_option *uci_opt_alloc(struct uci_section *s, const char *name, enum u
 
 int uci_opt_add_item(struct uci_option *o, const char *value)
 {
-    struct uci_element *e = elem_alloc(sizeof(*e), UCI_TYPE_ITEM, value);
+    struct uci_element *e = elem_alloc(sizeof(*e), UCI_TYPE_ITEM, value, NULL, NULL);
 
     if (!e)
         return UCI_ERR_MEM;
@@ -163,17 +189,18 @@ void uci_opt_free(struct uci_option *o)
         {
             elem_free(e);
         }
-    } else {
-        free(o->v.string);
     }
     elem_free(&o->e);
 }
 
+/* Deltas are built field by field (delta.c), not as one block. */
 void uci_delta_free(struct uci_delta *d)
 {
+    uci_list_del(&d->e.list);
+    free(d->e.name);
     free(d->section);
     free(d->value);
-    elem_free(&d->e);
+    free(d);
 }
 
 void uci_delta_list_free(struct uci_list *l)

@@ -83,9 +83,7 @@ int uci_do_del_list(struct uci_context *ctx, struct uci_ptr *ptr)
     {
         if (strcmp(e->name, ptr->value) != 0)
             continue;
-        uci_list_del(&e->list);
-        free(e->name);
-        free(e);
+        uci_item_free(e);
     }
     return rc;
 }

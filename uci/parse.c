@@ -13,8 +13,8 @@ struct grammar {
     const char *name;
     struct uci_package *pkg;
     struct uci_section *sec;
-    bool created; /* pkg was made by this parse (import) */
-    char *argv[MAX_ARGS];
+    bool created;         /* pkg was made by this parse (import) */
+    char *argv[MAX_ARGS]; /* inside the lexer's argument buffer */
     int argc;
     const char *reason; /* grammar error of the current line */
 };
@@ -26,34 +26,29 @@ static int fail(struct grammar *g, const char *reason)
     return 0;
 }
 
-static void free_args(struct grammar *g)
-{
-    int i;
-
-    for (i = 0; i < g->argc; i++)
-        free(g->argv[i]);
-    g->argc = 0;
-}
-
 /* Reads up to max arguments of the current line; more is an error in strict mode only. */
 static int read_args(struct grammar *g, int max)
 {
+    size_t off[MAX_ARGS];
+    int i;
+
+    g->lx.append = true;
     while (g->argc <= max) {
         int rc = uci_lex_arg(&g->lx);
         if (rc == UCI_LEX_EOL)
-            return 0;
+            break;
         if (rc == UCI_LEX_ERR)
             return g->lx.nomem ? UCI_ERR_MEM : fail(g, g->lx.reason);
         if (g->argc == max) {
             if (g->ctx->flags & UCI_FLAG_STRICT)
                 return fail(g, "too many arguments");
-            return 0;
+            break;
         }
-        g->argv[g->argc] = uci_strdup(g->lx.arg);
-        if (!g->argv[g->argc])
-            return UCI_ERR_MEM;
-        g->argc++;
+        off[g->argc++] = g->lx.argoff;
     }
+    /* the buffer may have moved while it grew */
+    for (i = 0; i < g->argc; i++)
+        g->argv[i] = g->lx.argbuf + off[i];
     return 0;
 }
 
@@ -254,8 +249,8 @@ static int parse_all(struct grammar *g)
         return line_error(g) ? UCI_ERR_PARSE : 0;
     }
     while (rc == 0 && g->lx.pos < g->lx.len) {
+        g->argc = 0;
         rc = parse_line(g);
-        free_args(g);
         if (rc == 0 && g->reason)
             rc = line_error(g);
         uci_lex_next_line(&g->lx);

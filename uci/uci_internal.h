@@ -69,6 +69,9 @@ struct uci_option *uci_opt_alloc(struct uci_section *s, const char *name, enum u
                                  const char *value, struct uci_list *at);
 int uci_opt_add_item(struct uci_option *o, const char *value);
 void uci_opt_free(struct uci_option *o);
+void uci_item_free(struct uci_element *e);
+/* Gives e a malloc'ed name (renames). */
+void uci_elem_rename(struct uci_element *e, char *name);
 void uci_delta_free(struct uci_delta *d);
 void uci_delta_list_free(struct uci_list *l);
 
@@ -87,9 +90,13 @@ struct uci_lexer {
     size_t pos;
     int line;
     size_t line_start;
-    char *arg;
-    size_t arglen;
+    char *arg;     /* the last argument, inside argbuf */
+    size_t arglen; /* its length */
+    size_t argoff; /* its offset in argbuf */
+    char *argbuf;  /* arguments of the current line */
+    size_t argused;
     size_t argcap;
+    bool append; /* keep the earlier arguments of the line in argbuf */
     const char *reason;
     bool nomem;
     bool eol; /* a comment or ';' ended the line early */
