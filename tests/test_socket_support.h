@@ -3,6 +3,7 @@
 #pragma once
 
 #include <arpa/inet.h>
+#include <ctype.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <sched.h>
@@ -14,7 +15,6 @@
 
 #include <chrono>
 #include <fstream>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -228,9 +228,20 @@ inline std::string api_frame(const std::string &func, const std::string &msg)
            std::string(44, '*') + "\n\n";
 }
 
+// The printed text with every ":line:<digits>:" blanked to ":line::".
 inline std::string without_api_lines(const std::string &text)
 {
-    return std::regex_replace(text, std::regex(":line:[0-9]+:"), ":line::");
+    static const std::string kMark = ":line:";
+    std::string out;
+    size_t from = 0;
+    for (size_t at; (at = text.find(kMark, from)) != std::string::npos;) {
+        size_t end = at + kMark.size();
+        while (end < text.size() && isdigit(static_cast<unsigned char>(text[end])))
+            ++end;
+        out.append(text, from, at + kMark.size() - from);
+        from = end;
+    }
+    return out + text.substr(from);
 }
 
 // The namespace's count of TCP connection attempts (SYNs sent by connect).

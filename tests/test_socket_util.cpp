@@ -271,15 +271,20 @@ TEST(SocketUtil, TcpBindConnectRetriesThreeTimesAndSaysSo)
         printed([&] { return tcp_bind_connect("127.0.0.1", closed.port(), "127.0.0.1", 0, 0); });
     EXPECT_EQ(-1, p.result);
     EXPECT_GE(sw.ms(), 2900);
-    std::string port = std::to_string(closed.port());
-    std::regex line("tcp_bind_connect,[0-9]+\\[[0-9]+  127\\.0\\.0\\.1:" + port +
-                    "  ([123])\\]!!!!!!!!!!!!!\n");
-    std::string rest = p.out;
+    // "tcp_bind_connect,<line>[<socket>  127.0.0.1:<port>  <attempt>]!!!!!!!!!!!!!\n"
+    std::string want = "  127.0.0.1:" + std::to_string(closed.port()) + "  ";
     std::vector<std::string> attempts;
-    std::smatch m;
-    while (std::regex_search(rest, m, line) && m.position(0) == 0) {
-        attempts.push_back(m[1]);
-        rest = m.suffix();
+    std::string rest = p.out;
+    for (size_t nl; (nl = rest.find('\n')) != std::string::npos; rest.erase(0, nl + 1)) {
+        std::string line = rest.substr(0, nl);
+        unsigned lineNo = 0, sock = 0;
+        int used = 0;
+        sscanf(line.c_str(), "tcp_bind_connect,%u[%u%n", &lineNo, &sock, &used);
+        ASSERT_GT(used, 0) << line;
+        size_t tail = line.find("]!!!!!!!!!!!!!");
+        ASSERT_EQ(line.size() - 14, tail) << line;
+        ASSERT_EQ(want, line.substr(used, want.size())) << line;
+        attempts.push_back(line.substr(used + want.size(), tail - used - want.size()));
     }
     EXPECT_EQ((std::vector<std::string>{"1", "2", "3"}), attempts) << p.out;
     EXPECT_EQ("", rest);
@@ -390,7 +395,7 @@ TEST_F(SocketUtilNet, MulticastJoinAndLeaveOnTheFirstInterface)
     EXPECT_EQ(0, mcast_leave(u.get(), &group, 0));
 }
 
-TEST(SocketUtil, MulticastLoopAndTtl)
+TEST(SocketUtil, MulticastLoop)
 {
     REQUIRE_SANDBOX();
     sandbox::FdCheck fds;
@@ -407,12 +412,6 @@ TEST(SocketUtil, MulticastLoopAndTtl)
     EXPECT_EQ(-1, mcast_setloop_ex(u6.get(), 0, AF_INET6)); // one byte: the kernel wants an int
     EXPECT_EQ(-1, mcast_setloop(0, 1));
     EXPECT_EQ(-1, mcast_setloop_ex(-1, 1, AF_INET));
-
-    EXPECT_EQ(0, set_socket_mcast_ttl(u.get(), 7));
-    int ttl = 0;
-    len = sizeof ttl;
-    getsockopt(u.get(), IPPROTO_IP, IP_MULTICAST_TTL, &ttl, &len);
-    EXPECT_EQ(7, ttl);
 }
 
 // ---- The repeated members: their own results, no logging ---------------------------------------
