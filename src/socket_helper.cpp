@@ -128,12 +128,14 @@ extern "C" int Socket_TcpSrvCom(int iPort)
         close(sock);
         return 1;
     }
-    struct sockaddr_in addr;
-    memset(&addr, 0, sizeof addr);
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_ANY);
-    addr.sin_port = htons(static_cast<unsigned short>(iPort));
-    if (Socket_Bind(sock, reinterpret_cast<struct sockaddr *>(&addr)) < 0 ||
+    // Socket_Bind hands the kernel 28 bytes: give it a whole (zeroed) storage of that size.
+    struct sockaddr_in6 storage;
+    memset(&storage, 0, sizeof storage);
+    auto *addr = reinterpret_cast<struct sockaddr_in *>(&storage);
+    addr->sin_family = AF_INET;
+    addr->sin_addr.s_addr = htonl(INADDR_ANY);
+    addr->sin_port = htons(static_cast<unsigned short>(iPort));
+    if (Socket_Bind(sock, reinterpret_cast<struct sockaddr *>(&storage)) < 0 ||
         Socket_Listen(sock, 24) < 0) {
         close(sock);
         return 1;
