@@ -1,7 +1,6 @@
 // Address and DHCP mode editors of an interface's section, on the real "network" file.
 #include <string.h>
 
-#include <regex>
 #include <string>
 
 #include "libnetwork.h"
@@ -74,8 +73,11 @@ TEST(CfgAddr, SetIpv4AddrRefusals)
         LogCapture log;
         EXPECT_EQ(-1, NET_SetIpv4AddrCfg(c.ifName, c.addr, c.mask));
         Lines got = log.texts();
-        for (std::string &l : got) // the package's address differs from run to run
-            l = std::regex_replace(l, std::regex("pstPackage: 0x[0-9a-f]+"), "pstPackage: PKG");
+        for (std::string &l : got) { // the package's address differs from run to run
+            size_t at = l.find("pstPackage: 0x");
+            if (at != std::string::npos)
+                l.replace(at + 12, l.find(',', at) - at - 12, "PKG");
+        }
         EXPECT_EQ(c.lines, got);
     }
     EXPECT_EQ(kHandWritten, stored());
