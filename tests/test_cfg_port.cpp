@@ -59,7 +59,7 @@ TEST(CfgPort, AbsentOptionsKeepTheCallersValuesExceptTheDefaults)
             alias + "'\n");
     LogCapture log;
     NetPortCfg cfg = filled_with(0x11);
-    cfg.szAlias[64] = '\0'; // zeroed by the caller, as the contract asks
+    cfg.szAlias[64] = '\0'; // zeroed by the caller, as callers do
     ASSERT_EQ(0, NET_GetPortCfg(&cfg));
     NetPortCfg expect = filled_with(0x11);
     expect.usRtspPort = 70000 & 0xFFFF; // the low 16 bits

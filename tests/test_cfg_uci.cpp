@@ -1,5 +1,5 @@
 // The UCI access layer on the real "/etc/config/network" of the sandbox: packages, sections,
-// options and lists, the silent failures, the copy contract of NET_GetOption, the retry of
+// options and lists, the silent failures, the bounded copy of NET_GetOption, the retry of
 // a failed load and the (empty) backup hooks.
 #include <string.h>
 
