@@ -209,30 +209,6 @@ TEST_F(Ipv6, ListKeepsTheAddressPrefixWhenNoRouteIsFound)
     EXPECT_EQ(60, list.astAddr[0].iPrefixLen);
 }
 
-TEST_F(Ipv6, ListFailuresAreLogged)
-{
-    sandbox::FdCheck fds;
-    LogCapture log;
-    NetIpv6AddrList list;
-    memset(&list, 0x5a, sizeof list);
-    EXPECT_EQ(-1, NET_GetIpv6AddrList("nosuchdev", &list));
-    EXPECT_EQ(0, list.iNum) << "cleared before the index is asked";
-    EXPECT_EQ(-1, NET_GetIpv6AddrList(nullptr, &list));
-    EXPECT_EQ(-1, NET_GetIpv6AddrList("lan1", nullptr));
-    EXPECT_EQ((std::vector<std::string>{
-                  expect_line("NET_GetIpv6AddrList", "\"can not find index. \\n\""),
-                  expect_line("NET_GetIpv6AddrList",
-                              "PL_PARAM_ERROR_PRINT \"pcIfName: (nil), pstIpv6AddrList: " +
-                                  ptr_text(&list) + ". \\n\""),
-                  expect_line("NET_GetIpv6AddrList",
-                              "PL_PARAM_ERROR_PRINT \"pcIfName: " + ptr_text("lan1") +
-                                  ", pstIpv6AddrList: (nil). \\n\""),
-              }),
-              log.texts());
-    for (const sandbox::LogLine &l : log.lines())
-        EXPECT_EQ(3, l.level);
-}
-
 TEST_F(Ipv6, PrefixOfAnAddressFromTheRouteTable)
 {
     struct Case {
@@ -288,18 +264,6 @@ TEST_F(Ipv6, PrefixComparesAtMostThirtyTwoRoutesOfTheInterface)
     }
 }
 
-TEST_F(Ipv6, PrefixRefusesNulls)
-{
-    LogCapture log;
-    int prefix = 0;
-    EXPECT_EQ(-1, NET_GetIpv6Prefix("lan1", nullptr, &prefix));
-    EXPECT_EQ(std::vector<std::string>{expect_line(
-                  "NET_GetIpv6Prefix", "PL_PARAM_ERROR_PRINT \"pcIfName: " + ptr_text("lan1") +
-                                           ", pcIpv6Addr: (nil), piPrefix :" + ptr_text(&prefix) +
-                                           ". \\n\"")},
-              log.texts());
-}
-
 TEST_F(Ipv6, DefaultGatewayByKind)
 {
     sandbox::addr_add("lan1", "2001:db8::5/64");
@@ -349,18 +313,55 @@ TEST_F(Ipv6, DefaultGatewayByKind)
     }
 }
 
-TEST_F(Ipv6, GatewayRefusals)
+TEST_F(Ipv6, ReaderRefusalsAreLogged)
 {
     must("ip -6 route add default via 2001:db8::1 dev lan1 onlink");
-    LogCapture log;
-    char small[8] = {0};
-    EXPECT_EQ(-1, NET_GetIpv6Gateway("lan1", small, sizeof small)) << "text does not fit";
-    EXPECT_EQ(-1, NET_GetIpv6Gateway("lan1", nullptr, 46));
-    EXPECT_EQ(-1, get_ipv6_gateway_num(nullptr, reinterpret_cast<unsigned char *>(small)));
-    EXPECT_EQ(std::vector<std::string>{expect_line(
-                  "NET_GetIpv6Gateway", "PL_PARAM_ERROR_PRINT \"pcIfName: " + ptr_text("lan1") +
-                                            ", pstIpv6Gateway: (nil). \\n\"")},
-              log.texts());
+    static NetIpv6AddrList list;
+    static int prefix;
+    static char small[8];
+    const std::string lan1 = ptr_text("lan1");
+    struct Case {
+        const char *name;
+        std::function<int()> call;
+        std::vector<std::string> lines;
+    } cases[] = {
+        {"list: unknown interface",
+         [] { return NET_GetIpv6AddrList("nosuchdev", &list); },
+         {expect_line("NET_GetIpv6AddrList", "\"can not find index. \\n\"")}},
+        {"list: null name",
+         [] { return NET_GetIpv6AddrList(nullptr, &list); },
+         {expect_line("NET_GetIpv6AddrList", "PL_PARAM_ERROR_PRINT \"pcIfName: (nil), "
+                                             "pstIpv6AddrList: " +
+                                                 ptr_text(&list) + ". \\n\"")}},
+        {"prefix: null address",
+         [] { return NET_GetIpv6Prefix("lan1", nullptr, &prefix); },
+         {expect_line("NET_GetIpv6Prefix",
+                      "PL_PARAM_ERROR_PRINT \"pcIfName: " + lan1 +
+                          ", pcIpv6Addr: (nil), piPrefix :" + ptr_text(&prefix) + ". \\n\"")}},
+        {"gateway: null buffer",
+         [] { return NET_GetIpv6Gateway("lan1", nullptr, 46); },
+         {expect_line("NET_GetIpv6Gateway", "PL_PARAM_ERROR_PRINT \"pcIfName: " + lan1 +
+                                                ", pstIpv6Gateway: (nil). \\n\"")}},
+        {"gateway: the text does not fit",
+         [] { return NET_GetIpv6Gateway("lan1", small, sizeof small); },
+         {}},
+        {"older gateway: null name",
+         [] { return get_ipv6_gateway_num(nullptr, reinterpret_cast<unsigned char *>(small)); },
+         {}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        sandbox::FdCheck fds;
+        LogCapture log;
+        memset(&list, 0x5a, sizeof list);
+        EXPECT_EQ(-1, c.call());
+        EXPECT_EQ(c.lines, log.texts());
+        for (const sandbox::LogLine &l : log.lines())
+            EXPECT_EQ(3, l.level);
+    }
+    memset(&list, 0x5a, sizeof list);
+    NET_GetIpv6AddrList("nosuchdev", &list);
+    EXPECT_EQ(0, list.iNum) << "cleared before the index is asked";
 }
 
 TEST_F(Ipv6, AddAndDeleteAddresses)
