@@ -77,7 +77,7 @@ int NET_GetIpv4Gateway(const char *pcIfName, char *pcGateway, unsigned int uiLen
                  (const void *)pcIfName, (void *)pcGateway);
         return -1;
     }
-    FILE *table = fopen("/proc/net/route", "re");
+    FILE *table = fopen("/proc/net/route", "r");
     if (table == nullptr) {
         NET_LOG(NET_LVL_DEBUG, "open /proc/net/route failed");
         return -1;

@@ -112,7 +112,7 @@ int older_flags(const char *ifname, bool up)
 
 bool default_route(const char *ifname, RouteLine &route)
 {
-    FILE *table = fopen("/proc/net/route", "re");
+    FILE *table = fopen("/proc/net/route", "r");
     if (table == nullptr)
         return false;
     bool found = find_default_route(table, ifname, route);
