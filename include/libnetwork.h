@@ -266,6 +266,9 @@ NET_API int NET_IPv4GetDefGateway(char *pcGateway, unsigned int uiLen);
 NET_API int NET_IsBridge(const char *pcIfName);
 /* 1 when the interface holds exactly this address text, else 0. */
 NET_API int INET_IsIpv4AddrExist(const char *pcIfName, const char *pcIpv4Addr);
+/* The full change: refused when the other port holds the address or the port is in DHCP
+ * mode; stores address and mask, then sets them in the kernel (no roll-back). */
+NET_API int NET_IPv4SetAddr(const char *pcIfName, const char *pcIpv4Addr, const char *pcIpv4Mask);
 
 /* ======================================================================================
  * Link control
@@ -287,6 +290,8 @@ NET_API int NET_GetSupportSpeed(const char *pcIfName, NetSpeedDuplexMode *penMod
 NET_API int NET_SetSpeedDuplex(const char *pcIfName, NetSpeedDuplexMode enMode);
 /* The mode in force: 0 whenever auto-negotiation is on. */
 NET_API int NET_GetSpeedDuplex(const char *pcIfName, NetSpeedDuplexMode *penMode);
+/* Forwards to NET_GetPortMappingCfg with the port narrowed to 16 bits and the first value. */
+NET_API int NET_GetPortMapping(int iPort, void *pvArg1, void *pvArg2, void *pvArg3);
 
 /* ======================================================================================
  * Older direct-ioctl calls

@@ -13,11 +13,6 @@
 #include "net_log.h"
 
 // Untagged line on behalf of a caller (the tagged form is NET_LOGT_AT).
-#ifndef NET_LOG_AT
-#define NET_LOG_AT(site, level, msg, ...)                                                          \
-    LOG_Msg(NET_LOG_MODULE, (level), "[%s][%s][%d] " #msg, LOG_EnumToStr(NET_LOG_MODULE),          \
-            (site).func, (site).line, ##__VA_ARGS__)
-#endif
 
 namespace netlib
 {

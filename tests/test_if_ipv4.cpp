@@ -273,3 +273,103 @@ TEST(Ipv4Bridge, BridgeTest)
                   "NET_IsBridge", "PL_PARAM_ERROR_PRINT \"pcIfName: (nil). \\n\"")},
               log.texts());
 }
+
+// The end-to-end change: refusals first, then the stored address, then the kernel.
+class Ipv4SetAddr : public Ipv4
+{
+  protected:
+    void SetUp() override
+    {
+        Ipv4::SetUp();
+        if (IsSkipped())
+            return;
+        sandbox::write_file("/etc/config/network", kConfig);
+    }
+    static constexpr const char *kConfig = "\n"
+                                           "config interface 'lan1'\n"
+                                           "\toption proto 'static'\n"
+                                           "\toption ipv4dhcp '0'\n"
+                                           "\toption ipaddr '192.168.1.10'\n"
+                                           "\toption netmask '255.255.255.0'\n"
+                                           "\n"
+                                           "config interface 'lan2'\n"
+                                           "\toption proto 'dhcp'\n"
+                                           "\toption ipv4dhcp '1'\n";
+};
+
+TEST_F(Ipv4SetAddr, ConfigurationFirstThenKernel)
+{
+    sandbox::FdCheck fds;
+    ASSERT_EQ(0, NET_IPv4SetAddr("lan1", "10.1.1.5", "255.255.0.0"));
+    std::string file = sandbox::read_file("/etc/config/network");
+    EXPECT_NE(std::string::npos, file.find("\toption ipaddr '10.1.1.5'\n")) << file;
+    EXPECT_NE(std::string::npos, file.find("\toption netmask '255.255.0.0'\n")) << file;
+    EXPECT_EQ("10.1.1.5/16 ", ipv4_of("lan1"));
+}
+
+TEST_F(Ipv4SetAddr, DhcpModeRefusesAndChangesNothing)
+{
+    LogCapture log;
+    EXPECT_EQ(-1, NET_IPv4SetAddr("lan2", "10.2.2.2", "255.0.0.0"));
+    EXPECT_EQ(kConfig, sandbox::read_file("/etc/config/network"));
+    EXPECT_EQ("192.168.2.10/24 ", ipv4_of("lan2"));
+    EXPECT_EQ(std::vector<std::string>{expect_line(
+                  "NET_IPv4SetAddr", "\"in dhcp mode, do not need set address \\n\"")},
+              log.texts());
+    EXPECT_EQ(7, log.lines()[0].level);
+}
+
+TEST_F(Ipv4SetAddr, OtherPortRefusalWritesNoConfiguration)
+{
+    sandbox::set_device("lan1,lan2");
+    NET_Init();
+    sandbox::write_file("/etc/config/network", "config interface 'lan2'\n"
+                                               "\toption ipv4dhcp '0'\n");
+    LogCapture log;
+    EXPECT_EQ(-1, NET_IPv4SetAddr("lan2", "192.168.1.10", "255.255.255.0"));
+    EXPECT_EQ("config interface 'lan2'\n\toption ipv4dhcp '0'\n",
+              sandbox::read_file("/etc/config/network"));
+    EXPECT_EQ(expect_line("NET_IPv4SetAddr",
+                          "\"Ipaddr is exist, pcOtherIfName:lan1, ipaddr:192.168.1.10. \\n\""),
+              log.texts().back());
+
+    // A one-port device does not check: stored and set.
+    sandbox::set_device("lan1");
+    NET_Init();
+    EXPECT_EQ(0, NET_IPv4SetAddr("lan2", "192.168.1.10", "255.255.255.0"));
+    EXPECT_NE(std::string::npos,
+              sandbox::read_file("/etc/config/network").find("ipaddr '192.168.1.10'"));
+}
+
+TEST_F(Ipv4SetAddr, KernelFailureKeepsTheStoredAddress)
+{
+    sandbox::write_file("/etc/config/network", "config interface 'ghost'\n"
+                                               "\toption ipv4dhcp '0'\n");
+    LogCapture log;
+    EXPECT_EQ(-1, NET_IPv4SetAddr("ghost", "10.3.3.3", "255.0.0.0"));
+    EXPECT_NE(std::string::npos,
+              sandbox::read_file("/etc/config/network").find("ipaddr '10.3.3.3'"))
+        << "no roll-back of the configuration";
+    EXPECT_EQ(expect_line("NET_IPv4SetAddr", "\"ioctl(SIOCSIFADDR) failed, No such device \\n\""),
+              log.texts().back());
+    EXPECT_EQ(7, log.lines().back().level);
+
+    // A mask that does not convert leaves the new address in force.
+    log.clear();
+    sandbox::write_file("/etc/config/network", kConfig);
+    EXPECT_EQ(-1, NET_IPv4SetAddr("lan1", "10.4.4.4", "255.0.0"));
+    EXPECT_EQ(expect_line("NET_IPv4SetAddr", "\"pcIpv4Mask: 255.0.0.\\n\""), log.texts().back());
+    // The mask request never went out; the kernel gave the new address its classful mask.
+    EXPECT_EQ("10.4.4.4/8 ", ipv4_of("lan1"));
+}
+
+TEST_F(Ipv4SetAddr, MissingSectionOrNullStopsBeforeTheKernel)
+{
+    LogCapture log;
+    EXPECT_EQ(-1, NET_IPv4SetAddr("lan1", nullptr, "255.0.0.0"));
+    sandbox::write_file("/etc/config/network", "");
+    EXPECT_EQ(-1, NET_IPv4SetAddr("lan1", "10.5.5.5", "255.0.0.0"));
+    EXPECT_EQ(expect_line("NET_IPv4SetAddr", "\"write network config file failed \\n\""),
+              log.texts().back());
+    EXPECT_EQ("192.168.1.10/24 ", ipv4_of("lan1"));
+}
