@@ -21,14 +21,8 @@ constexpr int kMaxPrefix = 127; // a /128 host address is refused by design
 // The usual pattern's socket, in the IPv6 family these requests need.
 UniqueFd open_inet6_socket(CallSite site, FdName name, bool cloexec)
 {
-    int fd = ::socket(AF_INET6, cloexec ? SOCK_DGRAM | SOCK_CLOEXEC : SOCK_DGRAM, 0);
-    if (fd < 0) {
-        if (name == FdName::iSock)
-            NET_LOGT_AT(site, NET_LVL_ERR, PL_OPEN_SOCKET_ERROR_PRINT, "iSock: %d\n", fd);
-        else
-            NET_LOGT_AT(site, NET_LVL_ERR, PL_OPEN_SOCKET_ERROR_PRINT, "iSocketFd: %d\n", fd);
-    }
-    return UniqueFd(fd);
+    return open_ctl_socket(
+        kernel_call(site, name, NET_LVL_ERR, cloexec ? CtlSock::Dgram6Cloexec : CtlSock::Dgram6));
 }
 
 // Interface index by SIOCGIFINDEX (name cut to 15 characters); -1 when the request fails.

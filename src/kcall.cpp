@@ -10,12 +10,25 @@ namespace netlib
 
 UniqueFd open_ctl_socket(const KernelCall &c)
 {
-    int type = SOCK_DGRAM;
-    if (c.sock == CtlSock::DgramCloexec)
+    int family = AF_INET, type = SOCK_DGRAM;
+    switch (c.sock) {
+    case CtlSock::DgramCloexec:
         type = SOCK_DGRAM | SOCK_CLOEXEC;
-    else if (c.sock == CtlSock::Stream)
+        break;
+    case CtlSock::Dgram:
+        break;
+    case CtlSock::Stream:
         type = SOCK_STREAM;
-    int fd = ::socket(AF_INET, type, 0);
+        break;
+    case CtlSock::Dgram6Cloexec:
+        family = AF_INET6;
+        type = SOCK_DGRAM | SOCK_CLOEXEC;
+        break;
+    case CtlSock::Dgram6:
+        family = AF_INET6;
+        break;
+    }
+    int fd = ::socket(family, type, 0);
     if (fd < 0) {
         switch (c.fdName) {
         case FdName::iFd:

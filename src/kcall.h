@@ -14,9 +14,11 @@ namespace netlib
 {
 
 enum class CtlSock {
-    DgramCloexec, // the usual control socket
-    Dgram,        // the ethtool calls: no close-on-exec
-    Stream,       // the older calls
+    DgramCloexec,  // the usual control socket
+    Dgram,         // the ethtool calls: no close-on-exec
+    Stream,        // the older calls
+    Dgram6Cloexec, // IPv6 address requests, which need the IPv6 family
+    Dgram6,
 };
 
 // Name of the local holding the descriptor, as the open-failure line prints it.
