@@ -69,11 +69,6 @@ int uci_lex_byte(const struct uci_lexer *lx)
     return (int)(lx->pos - lx->line_start) + 1;
 }
 
-bool uci_lex_at_eol(const struct uci_lexer *lx)
-{
-    return lx->eol || lx->pos >= lx->len || lx->buf[lx->pos] == '\n';
-}
-
 /* Called with pos just past a newline. */
 static void newline(struct uci_lexer *lx)
 {

@@ -112,7 +112,6 @@ void uci_lex_skip_blank(struct uci_lexer *lx);
 int uci_lex_arg(struct uci_lexer *lx);
 void uci_lex_next_line(struct uci_lexer *lx);
 int uci_lex_byte(const struct uci_lexer *lx);
-bool uci_lex_at_eol(const struct uci_lexer *lx);
 
 /* ---- parser (parse.c) -------------------------------------------------------------------- */
 
