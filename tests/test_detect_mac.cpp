@@ -99,7 +99,7 @@ struct AfterCancel {
 
 void *monitor_thread(void *name)
 {
-    AfterCancel clean;
+    [[maybe_unused]] AfterCancel clean;
     return net_DetectMacCollisionThread(name);
 }
 
