@@ -842,11 +842,36 @@ NET_API int NET_Ping(const char *pcIfName, const char *pcHost, double *pdTime);
 /* ======================================================================================
  * DNS, route, MTU and gateway configuration
  * ====================================================================================== */
+/* Appends the given servers to the interface's "dns" list (either may be null, not both). */
+NET_API int NET_SetDnsCfg(const char *pcIfName, const char *pcMaster, const char *pcSlaver);
+/* Removes pcMaster (and pcSlaver when given) from the "dns" list; -1 when one is not stored. */
+NET_API int NET_DelDnsCfg(const char *pcIfName, const char *pcMaster, const char *pcSlaver);
+/* Stores a static route as a "route" section named "<ifname>_<ADDR>" (or "gateway" for the
+ * mask 0.0.0.0): one per interface and destination. */
+NET_API int NET_SetRouteCfg(const char *pcIfName, const char *pcAddr, const char *pcMask);
+/* Removes the route section of that interface and destination. */
+NET_API int NET_DelRouteCfg(const char *pcIfName, const char *pcAddr, const char *pcMask);
+/* Stores the MTU (100 to 1500); 1500, the default, removes the option instead. */
+NET_API int NET_SetMtuCfg(const char *pcIfName, int iMtuVal);
+/* Stores "gateway" (not validated). */
+NET_API int NET_SetGatewayCfg(const char *pcIfName, const char *pcGateway);
+/* Removes "gateway"; -1 when none is stored. */
+NET_API int NET_DelGatewayCfg(const char *pcIfName);
 /* @@cfg_route@@ */
 
 /* ======================================================================================
  * Static routes
  * ====================================================================================== */
+/* Adds a direct route through the interface (a host route exactly when the mask text is
+ * "255.255.255.255"), then stores it; nothing is stored when the kernel refuses. */
+NET_API int NET_IPv4SetRoute(const char *pcIfName, const char *pcAddr, const char *pcMask);
+/* Removes the route from the kernel, then from the store; -1 when the kernel has none. */
+NET_API int NET_IPv4DelRoute(const char *pcIfName, const char *pcAddr, const char *pcMask);
+/* Kernel only: adds a direct route (host route when iHost is non-zero) through pcIfName;
+ * prints its failures to standard output. */
+NET_API int set_route1(const char *pcAddr, const char *pcMask, int iHost, const char *pcIfName);
+/* Kernel only: the same on the active interface, silently. */
+NET_API int set_route(const char *pcAddr, const char *pcMask, int iHost);
 /* @@if_route@@ */
 
 /* ======================================================================================
