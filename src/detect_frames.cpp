@@ -157,6 +157,7 @@ int net_UnPackIcmp(const char *pcRecvBuf, int iLen, IcmpTime *pstTimeSend)
     int hdrLen = iLen > 0 ? (pkt[0] & 0x0f) * 4 : 0;
     // A header length past the data leaves a negative remainder: refused here too.
     if (iLen - hdrLen < 8) {
+        // The wording of this line and the next one's "cann't" are kept on purpose.
         NET_LOG(NET_LVL_ERR, "ICMP packets\'s is less than 8.\n");
         return -1;
     }

@@ -48,7 +48,8 @@ int32_t load_status(int slot)
     return status;
 }
 
-// The MAC of the first listed interface whose name begins with ifname ("eth" finds "eth0").
+// The MAC of the first listed interface whose name begins with ifname: "eth" finds "eth0"
+// on purpose, and its slot is then named "eth".
 // -1 logged; 0 with mac set, or with mac left null when the list is empty.
 int find_mac(const CallSite &site, const char *ifname, NetIfInfo (&list)[kMaxSlots],
              const unsigned char *&mac)
@@ -86,6 +87,7 @@ int claim_slot(const CallSite &site, const char *ifname)
             return i;
         }
         if (strcmp(s.szIfName, ifname) == 0) {
+            // "collsion" (and "Collsion" below) are spelt so on purpose: callers match them.
             NET_LOG_AT(site, NET_LVL_DEBUG, "had created Mac collsion thread of '%s'", ifname);
             return -1;
         }
@@ -172,6 +174,7 @@ extern "C" void *net_DetectMacCollisionThread(void *pvArgv)
         close(fd);
         return nullptr;
     }
+    // The thread's name is spelt so on purpose.
     pthreadSetName("detecMAC");
     // The socket is deliberately left to the process when the thread is cancelled.
     watch(NET_HERE, slot, fd, own);
