@@ -832,11 +832,37 @@ NET_API int NET_Ping(const char *pcIfName, const char *pcHost, double *pdTime);
 /* ======================================================================================
  * Network configuration model
  * ====================================================================================== */
+/* Stores the whole record in the interface's section (the section must exist); on a
+ * two-interface device -20/-21 refuse an IPv4/IPv6 address the other interface holds and
+ * -22/-23 one inside its subnet, before anything is opened. 0, -1 or those four. */
+NET_API int NET_SetEtherCfg(const char *pcIfName, const NetEtherCfg *pstEtherCfg);
+/* Fills the record from the interface's section and, in the automatic modes, from the live
+ * interface; the fields of absent options are left as they were (an absent "mtu" is 1500). */
+NET_API int NET_GetEtherCfg(const char *pcIfName, NetEtherCfg *pstEtherCfg);
 /* @@cfg_model@@ */
 
 /* ======================================================================================
  * Subnet and same-network checks
  * ====================================================================================== */
+/* 1 when the address is not in the other interface's stored subnet (or there is no other
+ * interface), 0 when it is or on a bad argument. */
+NET_API int NET_IsIpv4SubnetValid(const char *pcIfName, const char *pcIpv4Addr,
+                                  const char *pcIpv4Mask);
+/* 1 when the address differs from one of the other interface's live IPv6 prefixes (prefix
+ * lengths 0 to 127), 0 when it overlaps all of them, on a bad argument or a failed list. */
+NET_API int NET_IsIpv6SubnetValid(const char *pcIfName, const char *pcIpv6Addr, int iPrefix);
+/* 1 when the address lies in the interface's live IPv4 subnet, 0 otherwise or on failure. */
+NET_API int NET_IsIpv4SameSubnet(const char *pcIfName, const char *pcIpv4Addr);
+/* 1 when the address shares the prefix of one of the interface's IPv6 addresses, else 0. */
+NET_API int NET_IsIpv6SameSubnet(const char *pcIfName, const char *pcIpv6Addr);
+/* *pbIsSame = NET_IsIpv4SameSubnet on the first interface; 0, or -1 for a null argument. */
+NET_API int NET_IsSameNet(const char *pcIpv4Addr, int *pbIsSame);
+/* Name of the interface holding the IPv4 address (iLen - 1 characters at most); -1 when none
+ * does. IPv6 addresses are looked up only in what a failed list request leaves. */
+NET_API int NET_GetIfNameByIp(const char *pcIpAddr, char *pcIfName, int iLen);
+/* 1 when the address carries the interface's MAC in its EUI-64 identifier (bytes 9 to 15,
+ * compared as short strings), else 0. */
+NET_API int NET_IsIpv6RouteAdviseAddr(const char *pcIfName, const char *pcIpv6Addr);
 /* @@detect_subnet@@ */
 
 /* ======================================================================================
