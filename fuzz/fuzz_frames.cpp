@@ -99,7 +99,8 @@ void checksum_and_pack(const std::vector<uint8_t> &b)
     require(net_CalcuSum(reinterpret_cast<const uint16_t *>(pkt), size) == 0, "checksum verifies");
     uint8_t frame[kArpFrameLen];
     uint8_t ip[4] = {0};
-    memcpy(ip, b.data(), b.size() < 4 ? b.size() : 4);
+    if (!b.empty())
+        memcpy(ip, b.data(), b.size() < 4 ? b.size() : 4);
     arp_build_announce(frame, kMac, ip);
     require(arp_sender_is(frame, sizeof frame, kMac), "announce sender");
     require(!arp_reply_claims(frame, sizeof frame, kMac, ip), "announce is no reply");
