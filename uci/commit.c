@@ -10,13 +10,37 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-/* Opens and locks the target; retries when another commit renamed a new file over it
+/* Commits of ours take turns on the config directory: unlike the file, which every commit
+ * replaces, it is a lock nobody can starve us of. Also the directory we fsync after the
+ * rename. Without it (a lock-less file system) the file lock alone still keeps us right. */
+static int lock_dir(const char *path)
+{
+    char *real = realpath(path, NULL), *dir = real ? real : uci_strdup(path), *slash;
+    int fd;
+
+    if (!dir)
+        return -1;
+    slash = strrchr(dir, '/');
+    if (slash == dir)
+        slash[1] = '\0';
+    else if (slash)
+        *slash = '\0';
+    else
+        strcpy(dir, ".");
+    fd = open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    free(dir);
+    if (fd >= 0)
+        uci_lock(fd, LOCK_EX);
+    return fd;
+}
+
+/* Opens and locks the target; retries when another writer renamed a new file over it
  * between our open and our lock (we would hold the lock of a file nobody reads). */
 static int open_locked(const char *path, int *out)
 {
     int tries;
 
-    for (tries = 0; tries < 100; tries++) {
+    for (tries = 0; tries < 1000; tries++) {
         struct stat a, b;
         int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, UCI_FILEMODE);
         if (fd < 0)
@@ -31,6 +55,8 @@ static int open_locked(const char *path, int *out)
             return 0;
         }
         close(fd);
+        if (tries >= 10)
+            usleep(1000); /* a foreign writer in a loop: give it room */
     }
     return UCI_ERR_IO;
 }
@@ -106,7 +132,8 @@ static int write_temp(struct uci_context *ctx, struct uci_package *p, const char
 }
 
 /* Writes p over target (symlinks are written through). */
-static int replace_file(struct uci_context *ctx, struct uci_package *p, const char *path, int fd)
+static int replace_file(struct uci_context *ctx, struct uci_package *p, const char *path, int fd,
+                        int dirfd)
 {
     char *target = realpath(path, NULL), *tmp = NULL;
     struct stat st;
@@ -118,7 +145,9 @@ static int replace_file(struct uci_context *ctx, struct uci_package *p, const ch
         unlink(tmp);
         rc = UCI_ERR_IO;
     }
-    if (rc == 0) {
+    if (rc == 0 && dirfd >= 0) {
+        fsync(dirfd);
+    } else if (rc == 0) {
         *strrchr(target, '/') = '\0';
         uci_fsync_dir(target[0] ? target : "/");
     }
@@ -144,7 +173,7 @@ int uci_do_commit(struct uci_context *ctx, struct uci_package **pp, bool overwri
 {
     struct uci_package *p = *pp;
     char *path;
-    int fd, savefd = -1, count = 0, rc;
+    int fd, dirfd, savefd = -1, count = 0, rc;
 
     if (p->path)
         path = uci_strdup(p->path);
@@ -154,8 +183,11 @@ int uci_do_commit(struct uci_context *ctx, struct uci_package **pp, bool overwri
         return UCI_ERR_INVAL;
     if (!path)
         return UCI_ERR_MEM;
+    dirfd = lock_dir(path);
     rc = open_locked(path, &fd);
     if (rc) {
+        if (dirfd >= 0)
+            close(dirfd);
         free(path);
         return rc;
     }
@@ -172,7 +204,7 @@ int uci_do_commit(struct uci_context *ctx, struct uci_package **pp, bool overwri
             goto out; /* nothing changed: the file keeps its exact bytes */
     }
     if (rc == 0)
-        rc = replace_file(ctx, p, path, fd);
+        rc = replace_file(ctx, p, path, fd, dirfd);
     /* the folded-in changes are dropped only once the new file is in place */
     if (rc == 0 && savefd >= 0 && ftruncate(savefd, 0) != 0)
         rc = UCI_ERR_IO;
@@ -180,6 +212,8 @@ out:
     if (savefd >= 0)
         close(savefd);
     close(fd);
+    if (dirfd >= 0)
+        close(dirfd);
     free(path);
     return rc;
 }
