@@ -29,7 +29,7 @@ static int fail(struct grammar *g, const char *reason)
 /* Reads up to max arguments of the current line; more is an error in strict mode only. */
 static int read_args(struct grammar *g, int max)
 {
-    size_t off[MAX_ARGS];
+    size_t off[MAX_ARGS] = {0}; /* zeroed only to quiet -Wmaybe-uninitialized at -O3 */
     int i;
 
     g->lx.append = true;
