@@ -915,6 +915,78 @@ NET_API int set_active_clientip(const char *pcClientIp);
 /* @@drv_active@@ */
 
 /* ======================================================================================
+ * Configuration conversion at start
+ * ====================================================================================== */
+/* Once at start-up, before any other configuration call: converts "network" from the old or
+ * the one-interface layout to what the hardware needs and then calls SYS_Reboot; stamps an
+ * unmarked one-interface package "single". 0 (also when nothing was due), or -1. */
+NET_API int NET_ConvertConfig(void);
+/* @@mig_convert@@ */
+
+/* ======================================================================================
+ * Old configuration layout (packages and options: docs/old-layout.md)
+ * ====================================================================================== */
+/* Addresses from section "lan" of "network", then NET_GetOldTcpipCfg. 0 or -1. */
+NET_API int NET_GetOldEthCfg(NetEtherCfg *pstEtherCfg);
+/* Modes, card type, MTU (1500 when absent) and DNS servers from package "tcpip". */
+NET_API int NET_GetOldTcpipCfg(NetEtherCfg *pstEtherCfg);
+/* Writes modes, IPv6 gateway, card type, MTU and both DNS servers to package "tcpip". */
+NET_API int NET_SetOldTcpipCfg(const NetEtherCfg *pstEtherCfg);
+/* Sets the HTTP listen entries "0.0.0.0:port" and "[::]:port" of "main" in "uhttpd". */
+NET_API int NET_SetOldUhttpdCfg(unsigned short usHttpPort);
+/* Ports and the HTTP/RTSP mapping from package "port" (sections "port", "portmapping"). */
+NET_API int NET_GetOldPortCfg(NetPortCfg *pstPortCfg);
+/* Writes them back (not the HTTPS port), then NET_SetOldUhttpdCfg with the HTTP port. */
+NET_API int NET_SetOldPortCfg(const NetPortCfg *pstPortCfg);
+/* DDNS account from package "ddns"; the provider names "DynDNS" and "NO-IP" are 0 and 1. */
+NET_API int NET_GetOldDdnsCfg(NetDdnsCfg *pstDdnsCfg);
+/* Writes the DDNS account to package "ddns" (the DDNS domain as "domain"). */
+NET_API int NET_SetOldDdnsCfg(const NetDdnsCfg *pstDdnsCfg);
+/* PPPoE account from package "pppoe". */
+NET_API int NET_GetOldPppoeCfg(NetPppoeCfg *pstPppoeCfg);
+/* Writes the PPPoE account to package "pppoe" (the password twice, as "passwordconfirm"). */
+NET_API int NET_SetOldPppoeCfg(const NetPppoeCfg *pstPppoeCfg);
+/* @@mig_old@@ */
+
+/* ======================================================================================
+ * Roll-back to the old configuration
+ * ====================================================================================== */
+/* *pbCfgBack = 1 only for iVersion 0 on a package stamped "single". 0; -1 for an iVersion
+ * other than 0 to 2, an unloadable package, or an unstamped marker asked by 0 or 1; -2 for
+ * a null pbCfgBack. */
+NET_API int NET_IsNetConfigBack(int iVersion, int *pbCfgBack);
+/* Writes the current settings to the old packages and strips "network" of the new sections.
+ * No restart, no reboot. 0 or -1. */
+NET_API int NET_NetConfigBackToOld(void);
+/* Its first step: strips and commits "network", then NET_SetOldTcpipCfg. 0, -1, or -2 for a
+ * null record. */
+NET_API int NET_NetBackToOldEthCfg(NetEtherCfg *pstEtherCfg);
+/* @@mig_rollback@@ */
+
+/* ======================================================================================
+ * Default network card and device summary
+ * ====================================================================================== */
+/* Reserved for the default card's name (16 bytes, zero at load). */
+NET_API extern char g_szDefNetCard[16];
+/* The LLDP agent's thread; 0xFFFFFFFF when there is none. */
+NET_API extern unsigned long g_ulNetLldpThrd;
+/* Stores the default card on a two-interface device (commits on any device). 0, -1, or -2. */
+NET_API int NET_SetDefNetCard(const char *pcNetDefCard);
+/* Size first: copies the stored card with at most uiLen characters, unterminated when it has
+ * uiLen or more; the buffer is untouched on a one-interface device. 0, -1, or -2. */
+NET_API int NET_GetDefNetCard(unsigned int uiLen, char *pcNetDefCard);
+/* Port count and the stored settings of "lan1" and "lan2", or of "eth0". 0 or -1. */
+NET_API int drv_net_GetIpcConfig(NetIpcConfig *pstIpcConfig);
+/* Registers the agent's thread: the next link-down callback cancels it. 0. */
+NET_API int Net_LldpSetThread(unsigned long ulThread);
+/* Link-up callback of the LLDP agent: does nothing, 0. */
+NET_API int Net_LldpLinkUpCB(void);
+/* Link-down callback: cancels a registered agent thread, forgets it, and runs
+ * "/usr/bin/lldpd stop". 0, or -1 when the command cannot be started. */
+NET_API int Net_LldpLinkDownCB(void);
+/* @@mig_defcard@@ */
+
+/* ======================================================================================
  * Configuration backup hooks
  * ====================================================================================== */
 /* Hook after every successful commit; does nothing here and returns 0. */
