@@ -1,20 +1,86 @@
 #!/usr/bin/env bash
-# The scripted tour, run inside the simulated camera: each command is printed, then its output.
+# The scripted tour, run inside the simulated camera (sandbox/device.sh): each netlibctl
+# command is printed, then its output. Any step that goes wrong stops the tour with a
+# non-zero status.
+#   demo.sh BUILD_DIR
 set -euo pipefail
-BUILD=${1:?build directory}
+BUILD=$(cd "${1:?usage: demo.sh BUILD_DIR}" && pwd)
+if [ -z "${NETLIB_IN_DEVICE:-}" ]; then
+    echo "demo.sh: run it inside the simulated camera: sandbox/device.sh -- $0 $1" >&2
+    exit 2
+fi
 export PATH="$BUILD/tools:$PATH"
-export NETLIB_LOG=none
+first=${NETLIB_CAP_IFNAMES%%,*}
+two_ports=0
+[ "$NETLIB_CAP_IFNAMES" = lan1,lan2 ] && two_ports=1
 
+# step CMD...: print the command, then run it.
 step() {
     printf '\n$ %s\n' "$*"
     "$@"
 }
 
-echo "== A two-port camera: ports ${NETLIB_CAP_IFNAMES}, each wired to a neighbour"
+# refused CMD...: a step that must fail; its error line is part of the tour.
+refused() {
+    printf '\n$ %s\n' "$*"
+    local rc=0
+    "$@" 2>&1 || rc=$?
+    if [ "$rc" -eq 0 ]; then
+        echo "demo.sh: expected a refusal" >&2
+        return 1
+    fi
+    echo "(exit status $rc)"
+}
+
+title() { printf '\n== %s\n' "$*"; }
+
+title "A camera with ports ${NETLIB_CAP_IFNAMES//,/ and }, each wired to a neighbour at 192.168.N.1"
 step netlibctl names
 step netlibctl interfaces
-step netlibctl mac lan1
-step netlibctl mac lan2
-step netlibctl --json interfaces
-echo
-echo "== Tour finished"
+step netlibctl link show "$first"
+
+title "The ports came up from the stored package \"network\" (factory defaults)"
+section=$first
+[ "$first" = eth0 ] && section=lan
+step netlibctl cfg show "$section"
+
+title "Set an address end to end, then read it back live and stored"
+step netlibctl addr set "$first" 192.168.1.20 255.255.255.0
+step netlibctl addr show "$first"
+step netlibctl ether show "$first"
+if [ "$two_ports" -eq 1 ]; then
+    refused netlibctl addr set lan2 192.168.1.20 255.255.255.0
+fi
+refused netlibctl addr set "$first" 192.168.1.300 255.255.255.0
+
+title "Collision probes: an address the neighbour owns, and a free one; then IPv6"
+step netlibctl probe "$first" 192.168.1.1
+step netlibctl probe "$first" 192.168.1.99
+step netlibctl addr6 add "$first" 2001:db8:1::10 64
+step netlibctl probe6 "$first" 2001:db8:1::1
+
+title "Ping the neighbour, and announce the new address"
+step netlibctl ping "$first" 192.168.1.1
+step netlibctl announce "$first"
+
+title "The resolver file, one block per port"
+step netlibctl resolv set "$first" 192.168.1.1 9.9.9.9
+step netlibctl resolv show "$first"
+step cat /etc/resolv.conf
+
+if [ "$two_ports" -eq 1 ] && command -v dnsmasq >/dev/null && command -v udhcpc >/dev/null; then
+    title "DHCP: switch lan2 over and restart the network; dnsmasq on the neighbour answers"
+    step netlibctl addr show lan2
+    step netlibctl dhcp on lan2
+    step netlibctl restart
+    step netlibctl addr show lan2
+    step netlibctl resolv show lan2
+    step cat /etc/resolv.conf
+fi
+
+title "Validators and JSON for scripts"
+step netlibctl check ipv4 192.168.1.0
+step netlibctl check mask 255.255.255.0
+step netlibctl --json addr show "$first"
+
+printf '\n== Tour finished\n'

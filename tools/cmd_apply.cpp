@@ -1,0 +1,177 @@
+// "apply": what the network service does at start, through the library. For each port it reads
+// the stored settings and sets them live: link up, MTU, and in static mode the address,
+// netmask, default gateway and resolver servers. A port in DHCP mode is reported as such and
+// left to the DHCP client that the network script runs.
+#include <string.h>
+
+#include <string>
+#include <vector>
+
+#include "args.h"
+#include "cli.h"
+#include "json.h"
+#include "libnetwork.h"
+#include "package.h"
+
+namespace
+{
+
+struct Stored {
+    bool configured = false;
+    bool dhcp = false;
+    std::string proto, address, netmask, gateway, dns1, dns2;
+    int mtu = 1500;
+};
+
+std::string option(struct uci_section *s, const char *name)
+{
+    char buf[128] = {0};
+    if (NET_GetOption(s, name, buf, sizeof buf) != 0)
+        return "";
+    return buf;
+}
+
+Stored read_stored(const char *ifn)
+{
+    Stored st;
+    {
+        Package p("network");
+        struct uci_section *s =
+            p.get() ? NET_GetSection(p.get(), NET_GetUciNameByIfName(ifn)) : nullptr;
+        if (s == nullptr)
+            return st;
+        st.configured = true;
+        st.proto = option(s, "proto");
+        // "proto" is the switch the DHCP calls turn; the record's mode number decides when
+        // proto names neither.
+        st.dhcp = st.proto == "dhcp" || (st.proto != "static" && option(s, "ipv4dhcp") == "1");
+        st.address = option(s, "ipaddr");
+        st.netmask = option(s, "netmask");
+        st.gateway = option(s, "gateway");
+    }
+    NetEtherCfg e;
+    memset(&e, 0, sizeof e);
+    if (NET_GetEtherCfg(ifn, &e) == 0) {
+        st.mtu = e.iMtu;
+        if (!st.dhcp && e.iIpv4Mode != 1) {
+            st.dns1 = std::string(e.szDns1, strnlen(e.szDns1, sizeof e.szDns1));
+            st.dns2 = std::string(e.szDns2, strnlen(e.szDns2, sizeof e.szDns2));
+        }
+    }
+    return st;
+}
+
+bool usable(const std::string &a)
+{
+    return INET_IsIpv4AddrValid(a.c_str()) == 1;
+}
+
+// Sets the static settings live; returns the first failure's text, or "".
+std::string apply_static(const char *ifn, const Stored &st)
+{
+    if (usable(st.address) && INET_IsIpv4AddrExist(ifn, st.address.c_str()) != 1 &&
+        NET_SetIpv4Addr(ifn, st.address.c_str()) != 0)
+        return "address " + st.address + " could not be set";
+    if (usable(st.address) && usable(st.netmask) && NET_SetIpv4Mask(ifn, st.netmask.c_str()) != 0)
+        return "netmask " + st.netmask + " could not be set";
+    if (usable(st.gateway) && st.gateway != "0.0.0.0") {
+        char now[16] = {0};
+        NET_GetIpv4Gateway(ifn, now, sizeof now);
+        if (st.gateway != now && NET_SetIpv4Gateway(ifn, st.gateway.c_str()) != 0)
+            return "gateway " + st.gateway + " could not be added";
+    }
+    if ((!st.dns1.empty() || !st.dns2.empty()) &&
+        NET_EnableDnsServer(ifn, st.dns1.c_str(), st.dns2.c_str()) != 0)
+        return "the resolver file could not be written";
+    return "";
+}
+
+std::string apply_port(const char *ifn, const Stored &st)
+{
+    if (NET_IntfUp(ifn) != 0)
+        return "the link cannot be set up (no such interface?)";
+    if (st.mtu >= 100 && st.mtu <= 1500 && NET_SetMtu(ifn, st.mtu) != 0)
+        return "MTU " + std::to_string(st.mtu) + " could not be set";
+    return st.dhcp ? "" : apply_static(ifn, st);
+}
+
+void print_port(const Ctx &c, Json &j, const char *ifn, const Stored &st)
+{
+    const char *mode = !st.configured ? "none" : st.dhcp ? "dhcp" : "static";
+    if (c.json) {
+        j.begin_object().str("interface", ifn).str("mode", mode);
+        if (st.configured) {
+            j.str("proto", st.proto).num("mtu", st.mtu);
+            if (!st.dhcp)
+                j.str("address", st.address)
+                    .str("netmask", st.netmask)
+                    .str("gateway", st.gateway)
+                    .str("dns1", st.dns1)
+                    .str("dns2", st.dns2);
+        }
+        j.end_object();
+        return;
+    }
+    if (!st.configured)
+        printf("%s none (no stored section %s)\n", ifn, NET_GetUciNameByIfName(ifn));
+    else if (st.dhcp)
+        printf("%s dhcp mtu %d (address left to the DHCP client)\n", ifn, st.mtu);
+    else
+        printf("%s static %s netmask %s gateway %s mtu %d dns %s %s\n", ifn,
+               or_dash(st.address.c_str()), or_dash(st.netmask.c_str()),
+               or_dash(st.gateway.c_str()), st.mtu, or_dash(st.dns1.c_str()),
+               or_dash(st.dns2.c_str()));
+}
+
+int apply(Ctx &c, Args &a)
+{
+    std::vector<std::string> ports;
+    for (const char *p = a.take(); p != nullptr; p = a.take()) {
+        if (!check_ifname(c, "INTERFACE", p))
+            return kExitUsage;
+        ports.push_back(p);
+    }
+    if (!a.end())
+        return kExitUsage;
+    if (ports.empty()) {
+        NetIfNames n;
+        memset(&n, 0, sizeof n);
+        NET_GetIntfNames(&n);
+        ports.push_back(n.szFirstName);
+        if (n.iIfNum == 2)
+            ports.push_back(n.szSecondName);
+    }
+    {
+        Package p("network");
+        if (p.get() == nullptr)
+            return fail(c, "package network cannot be loaded from /etc/config");
+    }
+    int rc = 0;
+    Json j;
+    j.begin_object().begin_array("ports");
+    for (const std::string &port : ports) {
+        Stored st = read_stored(port.c_str());
+        std::string err = st.configured ? apply_port(port.c_str(), st) : "";
+        if (!err.empty())
+            rc = fail(c, "INTERFACE '%s': %s", port.c_str(), err.c_str());
+        print_port(c, j, port.c_str(), st);
+    }
+    if (c.json)
+        j.end_array().end_object().print();
+    return rc;
+}
+
+const Command kCommands[] = {
+    {"apply", "[INTERFACE...]", "set the stored settings of the ports live",
+     "What the network service does at start: link up and MTU; in static mode the address,\n"
+     "netmask, gateway and resolver servers. Each port prints one line that starts with its\n"
+     "name and mode (static, dhcp or none); a DHCP port is left to the DHCP client.",
+     apply},
+};
+
+} // namespace
+
+CommandList apply_commands()
+{
+    return {kCommands, sizeof kCommands / sizeof kCommands[0]};
+}

@@ -1,0 +1,46 @@
+// Records shown and edited field by field: a table names each field's key, kind and place,
+// and one printer, one parser serve every record of the services group.
+#pragma once
+
+#include <stddef.h>
+
+#include <vector>
+
+#include "cli.h"
+
+class Json;
+
+enum class Kind { Int, Port, Text, Secret };
+
+struct Field {
+    const char *key; // KEY of KEY=VALUE, and the JSON key
+    Kind kind;
+    size_t offset;
+    size_t size; // of the text field
+    bool settable;
+};
+
+#define FIELD_INT(rec, key, m)                                                                     \
+    {                                                                                              \
+        key, Kind::Int, offsetof(rec, m), 0, true                                                  \
+    }
+#define FIELD_PORT(rec, key, m)                                                                    \
+    {                                                                                              \
+        key, Kind::Port, offsetof(rec, m), 0, true                                                 \
+    }
+#define FIELD_TEXT(rec, key, m)                                                                    \
+    {                                                                                              \
+        key, Kind::Text, offsetof(rec, m), sizeof(((rec *)0)->m), true                             \
+    }
+#define FIELD_SECRET(rec, key, m)                                                                  \
+    {                                                                                              \
+        key, Kind::Secret, offsetof(rec, m), sizeof(((rec *)0)->m), true                           \
+    }
+
+// Prints every field: "  key  value" lines, or the members of an open JSON object.
+void print_fields(const Ctx &c, Json &j, const Field *fields, int n, const void *rec);
+// Applies KEY=VALUE pairs to the record; false (reported) on an unknown key or bad value.
+bool apply_fields(const Ctx &c, const Field *fields, int n, const std::vector<const char *> &pairs,
+                  void *rec);
+// Every remaining positional argument.
+std::vector<const char *> rest(class Args &a);
