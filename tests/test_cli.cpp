@@ -1,0 +1,524 @@
+// netlibctl as a user drives it: the built tool run by a real shell inside the test's device
+// (its own namespaces), its exit status, its one-line errors, its help, its JSON, and the
+// stand-in network script applying the stored package through it.
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "sandbox.h"
+
+namespace
+{
+
+const std::string kTool = NETLIB_BINARY_DIR "/tools/netlibctl";
+
+struct Outcome {
+    int status;
+    std::string out, err;
+};
+
+// One netlibctl command line (shell text after the tool's name). The library's log is left
+// to the tool's own default, as a user at a prompt has it.
+Outcome ctl(const std::string &args)
+{
+    int st = sandbox::sh("env -u NETLIB_LOG " + kTool + " " + args +
+                         " >/tmp/cli.out 2>/tmp/cli.err </dev/null");
+    return {st, sandbox::read_file("/tmp/cli.out"), sandbox::read_file("/tmp/cli.err")};
+}
+
+// A cross build's tool does not run on the build machine.
+#define REQUIRE_TOOL()                                                                             \
+    do {                                                                                           \
+        REQUIRE_SANDBOX();                                                                         \
+        if (sandbox::sh(kTool + " --help >/dev/null 2>&1") != 0)                                   \
+            GTEST_SKIP() << kTool << " does not run here";                                         \
+    } while (0)
+
+int lines(const std::string &s)
+{
+    int n = 0;
+    for (char c : s)
+        n += c == '\n';
+    return n;
+}
+
+// ---- A small JSON checker: the whole text is one value, then a newline ------------------
+struct JsonCheck {
+    const std::string &s;
+    size_t i = 0;
+
+    void ws()
+    {
+        while (i < s.size() && (s[i] == ' ' || s[i] == '\t' || s[i] == '\r' || s[i] == '\n'))
+            ++i;
+    }
+    bool lit(const char *w)
+    {
+        size_t n = strlen(w);
+        if (s.compare(i, n, w) != 0)
+            return false;
+        i += n;
+        return true;
+    }
+    bool string()
+    {
+        if (s[i] != '"')
+            return false;
+        for (++i; i < s.size(); ++i) {
+            unsigned char c = static_cast<unsigned char>(s[i]);
+            if (c == '"') {
+                ++i;
+                return true;
+            }
+            if (c < 0x20)
+                return false;
+            if (c == '\\') {
+                ++i;
+                if (i >= s.size() || strchr("\"\\/bfnrtu", s[i]) == nullptr)
+                    return false;
+                if (s[i] == 'u') {
+                    for (int k = 0; k < 4; ++k)
+                        if (++i >= s.size() || !isxdigit(static_cast<unsigned char>(s[i])))
+                            return false;
+                }
+            }
+        }
+        return false;
+    }
+    bool number()
+    {
+        size_t start = i;
+        if (s[i] == '-')
+            ++i;
+        if (i >= s.size() || !isdigit(static_cast<unsigned char>(s[i])))
+            return false;
+        if (s[i] == '0')
+            ++i;
+        else
+            while (i < s.size() && isdigit(static_cast<unsigned char>(s[i])))
+                ++i;
+        if (i < s.size() && s[i] == '.') {
+            ++i;
+            if (i >= s.size() || !isdigit(static_cast<unsigned char>(s[i])))
+                return false;
+            while (i < s.size() && isdigit(static_cast<unsigned char>(s[i])))
+                ++i;
+        }
+        return i > start;
+    }
+    template <class F> bool sequence(char open, char close, F item)
+    {
+        ++i;
+        ws();
+        if (i < s.size() && s[i] == close) {
+            ++i;
+            return true;
+        }
+        for (;;) {
+            if (!item())
+                return false;
+            ws();
+            if (i < s.size() && s[i] == close) {
+                ++i;
+                return true;
+            }
+            if (i >= s.size() || s[i] != ',')
+                return false;
+            ++i;
+            ws();
+        }
+        (void)open;
+    }
+    bool value()
+    {
+        ws();
+        if (i >= s.size())
+            return false;
+        switch (s[i]) {
+        case '{':
+            return sequence('{', '}', [this] {
+                if (!string())
+                    return false;
+                ws();
+                if (i >= s.size() || s[i] != ':')
+                    return false;
+                ++i;
+                return value();
+            });
+        case '[':
+            return sequence('[', ']', [this] { return value(); });
+        case '"':
+            return string();
+        case 't':
+            return lit("true");
+        case 'f':
+            return lit("false");
+        case 'n':
+            return lit("null");
+        default:
+            return number();
+        }
+    }
+};
+
+// One object on one line, nothing else.
+bool one_json_object(const std::string &out)
+{
+    if (out.empty() || out[0] != '{' || out.back() != '\n' || lines(out) != 1)
+        return false;
+    JsonCheck j{out};
+    return j.value() && j.i == out.size() - 1;
+}
+
+// ---- The device -------------------------------------------------------------------------
+const char kTwoPortPackage[] = R"(config interface 'lan1'
+	option proto 'dhcpv6'
+	option ipv4dhcp '0'
+	option ipv6dhcp '0'
+	option cardtype '0'
+	option ipaddr '192.168.1.10'
+	option netmask '255.255.255.0'
+	list dns '192.168.1.1'
+	list dns '9.9.9.9'
+
+config interface 'lan2'
+	option proto 'dhcpv6'
+	option ipv4dhcp '0'
+	option ipv6dhcp '0'
+	option cardtype '0'
+	option ipaddr '192.168.2.10'
+	option netmask '255.255.255.0'
+
+config version 'net_version'
+	option double '2.00'
+
+config port 'port'
+	option httpport '80'
+	option rtspport '554'
+
+config portmapping 'portmapping'
+	option enable '0'
+	option mode '0'
+
+config ddns 'ddns'
+	option enable '1'
+	option username 'owner'
+	option password 'hunter2'
+
+config pppoe 'pppoe'
+	option enable '0'
+	option interface 'ppp0'
+	option username 'dsl'
+	option password 's3cret'
+)";
+
+// A two-port camera: lan1 and lan2 wired to the peer's nb1 (192.168.1.1) and nb2
+// (192.168.2.1), the ports holding 192.168.N.10, and the package above.
+void two_port_device(sandbox::Peer &peer)
+{
+    sandbox::set_device("lan1,lan2");
+    for (int n = 1; n <= 2; ++n) {
+        std::string port = "lan" + std::to_string(n), nb = "nb" + std::to_string(n);
+        sandbox::veth(port, nb, &peer);
+        peer.must("ip addr add 192.168." + std::to_string(n) + ".1/24 brd + dev " + nb);
+        sandbox::addr_add(port, "192.168." + std::to_string(n) + ".10/24");
+    }
+    sandbox::write_file("/etc/config/network", kTwoPortPackage);
+}
+
+std::string stored(const std::string &section, const std::string &option)
+{
+    return sandbox::sh_out(kTool + " cfg get " + section + " " + option);
+}
+
+// ---- Help ---------------------------------------------------------------------------------
+
+TEST(CliHelp, EveryCommandHasHelp)
+{
+    REQUIRE_TOOL();
+    Outcome list = ctl("--json help");
+    ASSERT_EQ(0, list.status);
+    ASSERT_TRUE(one_json_object(list.out)) << list.out;
+    Outcome names = ctl("help");
+    ASSERT_EQ(0, names.status);
+    std::vector<std::string> cmds;
+    for (size_t a = 0, b; (b = names.out.find('\n', a)) != std::string::npos; a = b + 1)
+        cmds.push_back(names.out.substr(a, b - a));
+    ASSERT_GT(cmds.size(), 40u);
+    for (const std::string &c : cmds) {
+        Outcome h = ctl(c + " --help");
+        EXPECT_EQ(0, h.status) << c;
+        EXPECT_EQ(0u, h.out.find("usage: netlibctl [--json] " + c)) << c << ": " << h.out;
+        EXPECT_EQ("", h.err) << c;
+        EXPECT_NE(std::string::npos, list.out.find("\"" + c + "\"")) << c;
+    }
+    Outcome top = ctl("--help");
+    EXPECT_EQ(0, top.status);
+    EXPECT_EQ(0u, top.out.find("usage: netlibctl"));
+    Outcome group = ctl("addr --help");
+    EXPECT_EQ(0, group.status);
+    EXPECT_NE(std::string::npos, group.out.find("addr set-live"));
+    EXPECT_EQ(std::string::npos, group.out.find("addr6"));
+}
+
+// ---- Bad arguments: a non-zero status and one line naming the argument ------------------
+
+TEST(CliErrors, BadArgumentsAreNamedOnOneLine)
+{
+    REQUIRE_TOOL();
+    sandbox::Peer peer;
+    two_port_device(peer);
+    struct Case {
+        const char *args;
+        int status;
+        const char *line; // the whole error line
+    };
+    const Case cases[] = {
+        {"addr set lan1 1.2.3 255.255.255.0", 2,
+         "netlibctl addr set: ADDRESS '1.2.3' is not a dotted IPv4 address"},
+        {"addr set lan1", 2, "netlibctl addr set: missing ADDRESS"},
+        {"addr set lan1 1.2.3.4 255.0.255.0", 2,
+         "netlibctl addr set: NETMASK '255.0.255.0' is not a netmask (leading one bits only)"},
+        {"port-used 70000", 2, "netlibctl port-used: PORT '70000' is not a number from 1 to 65535"},
+        {"link mtu lan1 99", 2, "netlibctl link mtu: MTU '99' is not a number from 100 to 1500"},
+        {"link speed lan1 fast", 2,
+         "netlibctl link speed: MODE 'fast' is not one of auto, 10half, 10full, 100half, "
+         "100full, 1000full"},
+        {"probe lan1 192.168.1.1 --timeout=soon", 2,
+         "netlibctl probe: --timeout 'soon' is not a number from 0 to 60000"},
+        {"probe lan1 192.168.1.1 --timeout", 2, "netlibctl probe: option --timeout needs a value"},
+        {"probe lan1 192.168.1.1 --wait 3", 2, "netlibctl probe: unknown option '--wait'"},
+        {"mac lan1 lan2", 2, "netlibctl mac: unexpected argument 'lan2'"},
+        {"mac interface-name-of-20", 2,
+         "netlibctl mac: INTERFACE 'interface-name-of-20' is not an interface name (1 to 15 "
+         "characters)"},
+        {"addr6 add lan1 2001:db8::5 200", 2,
+         "netlibctl addr6 add: PREFIX '200' is not a number from 3 to 127"},
+        {"ether set lan1 bogus=1", 2,
+         "netlibctl ether set: KEY 'bogus' is not one of cardtype, ipv4mode, addr, mask, "
+         "gateway, mtu, ipv6mode, addr6, prefix6, gateway6, dns1, dns2"},
+        {"ether set lan1 mtu", 2, "netlibctl ether set: SETTING 'mtu' is not KEY=VALUE"},
+        // A refused password is not printed either.
+        {"ddns set password=longer-than-sixteen", 2,
+         "netlibctl ddns set: password '********' is longer than 16 characters"},
+        {"frobnicate", 2, "netlibctl: unknown command 'frobnicate' (see netlibctl --help)"},
+        {"addr", 2, "netlibctl addr: missing VERB (show, set, set-live)"},
+        {"addr zap lan1", 2, "netlibctl addr: unknown VERB 'zap' (show, set, set-live)"},
+        {"--bogus names", 2, "netlibctl: unknown option '--bogus'"},
+        // Failures of the library call itself: status 1, still naming the argument.
+        {"mac nope", 1,
+         "netlibctl mac: INTERFACE 'nope' has no hardware address (no such "
+         "interface?)"},
+        {"addr show nope", 1, "netlibctl addr show: INTERFACE 'nope' does not exist"},
+        {"addr set lan2 192.168.1.10 255.255.255.0", 1,
+         "netlibctl addr set: ADDRESS '192.168.1.10' is held by the other port lan1"},
+        {"cfg get nosuch ipaddr", 1,
+         "netlibctl cfg get: SECTION 'nosuch' does not exist in package network"},
+        {"cfg get lan1 gateway", 1,
+         "netlibctl cfg get: OPTION 'gateway' is not set in "
+         "network.lan1"},
+        {"ether set lan2 addr=192.168.1.77", 1,
+         "netlibctl ether set: INTERFACE 'lan2' refused (-22): the IPv4 address lies in the "
+         "other port's subnet"},
+    };
+    for (const Case &c : cases) {
+        Outcome r = ctl(c.args);
+        EXPECT_EQ(c.status, r.status) << c.args;
+        EXPECT_EQ(std::string(c.line) + "\n", r.err) << c.args;
+        EXPECT_EQ("", r.out) << c.args;
+    }
+    // Nothing of the refusals reached the store or the kernel.
+    EXPECT_EQ("192.168.2.10\n", stored("lan2", "ipaddr"));
+    EXPECT_EQ(std::string::npos, sandbox::sh_out("ip -4 addr show lan2").find("192.168.1."));
+}
+
+// ---- JSON -------------------------------------------------------------------------------
+
+TEST(CliJson, EveryReadingCommandPrintsOneObject)
+{
+    REQUIRE_TOOL();
+    sandbox::Peer peer;
+    two_port_device(peer);
+    sandbox::must("ip -6 addr add 2001:db8:1::10/64 dev lan1 nodad");
+    const char *const commands[] = {
+        "names",
+        "interfaces",
+        "mac lan1",
+        "port-used 1",
+        "link show lan1",
+        "addr show lan1",
+        "addr show lan2",
+        "gateway show lan1",
+        "addr6 show lan1",
+        "resolv show lan1",
+        "cfg show",
+        "cfg show lan1",
+        "cfg get lan1 ipaddr",
+        "cfg get lan1 dns",
+        "ether show lan1",
+        "dhcp show lan1",
+        "ports show",
+        "ddns show",
+        "pppoe show",
+        "apply",
+        "probe lan1 192.168.1.99 --timeout 50",
+        "subnet same lan1 192.168.1.77",
+        "subnet valid lan2 192.168.1.77 255.255.255.0",
+        "subnet owner 192.168.2.10",
+        "check ipv4 192.168.1.0",
+        "check ipv6 fe80::1",
+        "check addr 192.168.1.255 255.255.255.0",
+        "check mask 255.255.255.0",
+        "check port 0",
+        "check domain 'cam.example.net'",
+        "check hostname 'a \"quoted\" name'",
+        "help",
+    };
+    for (const char *c : commands) {
+        Outcome r = ctl(std::string("--json ") + c);
+        EXPECT_EQ(0, r.status) << c << ": " << r.err;
+        EXPECT_TRUE(one_json_object(r.out)) << c << ": " << r.out;
+    }
+    // Stable keys with the values the device holds.
+    Outcome addr = ctl("--json addr show lan1");
+    EXPECT_EQ("{\"interface\":\"lan1\",\"address\":\"192.168.1.10\",\"netmask\":"
+              "\"255.255.255.0\",\"gateway\":null}\n",
+              addr.out);
+    Outcome names = ctl("--json names");
+    EXPECT_EQ("{\"count\":2,\"names\":[\"lan1\",\"lan2\"]}\n", names.out);
+    Outcome dns = ctl("--json cfg get lan1 dns");
+    EXPECT_EQ("{\"section\":\"lan1\",\"option\":\"dns\",\"value\":[\"192.168.1.1\",\"9.9.9.9\"]}\n",
+              dns.out);
+    Outcome six = ctl("--json addr6 show lan1");
+    EXPECT_NE(std::string::npos, six.out.find("{\"address\":\"2001:db8:1::10\",\"prefix\":64}"));
+    // Quotes and control characters stay inside the string.
+    sandbox::must(kTool + " cfg set lan1 note \"$(printf 'say \"hi\"\\tthere\\\\')\"");
+    Outcome note = ctl("--json cfg get lan1 note");
+    EXPECT_TRUE(one_json_object(note.out)) << note.out;
+    EXPECT_NE(std::string::npos, note.out.find("\"say \\\"hi\\\"\\tthere\\\\\""));
+}
+
+// ---- Secrets ------------------------------------------------------------------------------
+
+TEST(CliSecrets, PasswordsOnlyWhenAsked)
+{
+    REQUIRE_TOOL();
+    sandbox::Peer peer;
+    two_port_device(peer);
+    for (const char *c :
+         {"ddns show", "--json ddns show", "pppoe show", "--json pppoe show", "cfg show",
+          "--json cfg show", "cfg get ddns password", "ddns set user=other"}) {
+        Outcome r = ctl(c);
+        EXPECT_EQ(0, r.status) << c;
+        EXPECT_EQ(std::string::npos, r.out.find("hunter2")) << c;
+        EXPECT_EQ(std::string::npos, r.out.find("s3cret")) << c;
+    }
+    EXPECT_NE(std::string::npos, ctl("ddns show").out.find("password       ********"));
+    EXPECT_NE(std::string::npos,
+              ctl("--json --show-secrets pppoe show").out.find("\"password\":\"s3cret\""));
+    // The record went back whole: the password survived a change of the user name.
+    EXPECT_EQ("hunter2\n", ctl("--show-secrets cfg get ddns password").out);
+    EXPECT_EQ("other\n", stored("ddns", "username"));
+}
+
+// ---- Driving the device -------------------------------------------------------------------
+
+TEST(CliDevice, AddressEndToEndProbesAndPing)
+{
+    REQUIRE_TOOL();
+    sandbox::Peer peer;
+    two_port_device(peer);
+    Outcome set = ctl("addr set lan1 192.168.1.20 255.255.255.0");
+    ASSERT_EQ(0, set.status) << set.err;
+    EXPECT_EQ("192.168.1.20\n", stored("lan1", "ipaddr"));
+    EXPECT_EQ("lan1: 192.168.1.20 netmask 255.255.255.0 gateway -\n", ctl("addr show lan1").out);
+
+    EXPECT_NE(std::string::npos,
+              ctl("--json probe lan1 192.168.1.1").out.find("\"collision\":true"));
+    EXPECT_NE(std::string::npos,
+              ctl("--json probe lan1 192.168.1.99 --timeout 100").out.find("\"collision\":false"));
+
+    // The reply is matched by the whole pid: give the tool pid 1 of a namespace of its own.
+    Outcome ping = {sandbox::sh("unshare --pid --fork env -u NETLIB_LOG " + kTool +
+                                " --json ping lan1 192.168.1.1 >/tmp/cli.out 2>/tmp/cli.err"),
+                    sandbox::read_file("/tmp/cli.out"), sandbox::read_file("/tmp/cli.err")};
+    EXPECT_EQ(0, ping.status) << ping.err;
+    EXPECT_NE(std::string::npos, ping.out.find("\"reply\":true"));
+    Outcome silent = ctl("ping lan1 192.168.1.99");
+    EXPECT_EQ(1, silent.status);
+    EXPECT_EQ("netlibctl ping: HOST '192.168.1.99' did not answer through lan1 within 2 s\n",
+              silent.err);
+
+    ASSERT_EQ(0, ctl("resolv set lan2 192.168.2.1").status);
+    EXPECT_EQ("lan2: nameservers 192.168.2.1 -\n", ctl("resolv show lan2").out);
+}
+
+// Kills the dnsmasq a test started in the peer: it would outlive the test otherwise.
+struct Dnsmasq {
+    ~Dnsmasq()
+    {
+        std::string pid = sandbox::read_file("/tmp/cli-dnsmasq.pid");
+        if (!pid.empty())
+            kill(atoi(pid.c_str()), SIGKILL);
+    }
+};
+
+bool have(const char *program)
+{
+    return sandbox::sh(std::string("command -v ") + program + " >/dev/null 2>&1") == 0;
+}
+
+TEST(CliDevice, NetworkScriptAppliesStaticAndDhcpPorts)
+{
+    REQUIRE_TOOL();
+    if (!have("dnsmasq") || !have("udhcpc"))
+        GTEST_SKIP() << "dnsmasq (dnsmasq-base) and udhcpc are needed";
+    sandbox::Peer peer;
+    two_port_device(peer);
+    // The device's own script finds the tool on the path, as on the camera.
+    sandbox::must("ln -sf " + kTool + " /usr/bin/netlibctl");
+    Dnsmasq guard;
+    peer.must("dnsmasq --conf-file=/dev/null --port=0 --no-ping --bind-interfaces --user=root "
+              "--group=root --interface=nb2 --dhcp-range=192.168.2.100,192.168.2.100,1h "
+              "--dhcp-option=option:router,0.0.0.0 --dhcp-option=option:dns-server,0.0.0.0 "
+              "--dhcp-leasefile=/tmp/cli-dnsmasq.leases --pid-file=/tmp/cli-dnsmasq.pid "
+              "--log-facility=/tmp/cli-dnsmasq.log");
+
+    // lan1: new static settings; lan2: DHCP.
+    ASSERT_EQ(0, ctl("ether set lan1 addr=192.168.1.30 gateway=192.168.1.1 mtu=1400").status);
+    ASSERT_EQ(0, ctl("dhcp on lan2").status);
+    Outcome r = ctl("restart");
+    ASSERT_EQ(0, r.status) << r.err << sandbox::read_file("/tmp/network-script.log");
+    EXPECT_EQ("network restarted\n", r.out);
+
+    EXPECT_EQ("lan1: 192.168.1.30 netmask 255.255.255.0 gateway 192.168.1.1\n",
+              ctl("addr show lan1").out);
+    EXPECT_NE(std::string::npos, ctl("link show lan1").out.find("mtu 1400"));
+    EXPECT_EQ("lan2: 192.168.2.100 netmask 255.255.255.0 gateway 192.168.2.1\n",
+              ctl("addr show lan2").out);
+    EXPECT_EQ("# Interface lan1\nnameserver 192.168.1.1\nnameserver 9.9.9.9\n"
+              "# Interface lan2\nnameserver 192.168.2.1\n",
+              sandbox::read_file("/etc/resolv.conf"));
+    std::string log = sandbox::read_file("/tmp/network-script.log");
+    EXPECT_NE(std::string::npos, log.find("network restart\n")) << log;
+    EXPECT_NE(std::string::npos, log.find("lan2 dhcp mtu 1500")) << log;
+}
+
+TEST(CliDevice, NetworkScriptOnlyRecordsWithoutTheTool)
+{
+    REQUIRE_TOOL();
+    sandbox::Peer peer;
+    two_port_device(peer);
+    ASSERT_EQ(0, ctl("ether set lan1 addr=192.168.1.30").status);
+    // The tool by its full path: the script itself finds no netlibctl on the path.
+    EXPECT_EQ(0, ctl("restart").status);
+    EXPECT_EQ("network restart\n", sandbox::read_file("/tmp/network-script.log"));
+    EXPECT_EQ(std::string::npos, sandbox::sh_out("ip -4 addr show lan1").find("192.168.1.30"));
+}
+
+} // namespace
