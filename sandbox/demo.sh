@@ -34,6 +34,65 @@ refused() {
 
 title() { printf '\n== %s\n' "$*"; }
 
+# The packages an old firmware left: "network" with the one interface section and no marker,
+# the modes and servers in "tcpip", the accounts and ports in packages of their own.
+old_layout() {
+    cat >/etc/config/network <<'EOT'
+config interface 'loopback'
+	option ifname 'lo'
+	option proto 'static'
+	option ipaddr '127.0.0.1'
+	option netmask '255.0.0.0'
+
+config interface 'lan'
+	option ifname 'eth0'
+	option type 'bridge'
+	option proto 'static'
+	option ipaddr '192.168.1.64'
+	option netmask '255.255.255.0'
+	option gateway '192.168.1.1'
+EOT
+    cat >/etc/config/tcpip <<'EOT'
+config tcpip 'tcpip'
+	option ipv4dhcpmode 'false'
+	option ipv6mode 'false'
+	option cardtype '0'
+	option mtu '1400'
+	list dns '192.168.1.1'
+	list dns '9.9.9.9'
+EOT
+    cat >/etc/config/ddns <<'EOT'
+config ddns 'ddns'
+	option enable 'true'
+	option type 'NO-IP'
+	option domain 'frontdoor.example.net'
+	option username 'owner'
+	option password 'hunter2'
+	option port '80'
+EOT
+    cat >/etc/config/pppoe <<'EOT'
+config pppoe 'pppoe'
+	option enable 'false'
+	option interface 'eth0'
+	option username 'dsl'
+	option password 's3cret'
+EOT
+    cat >/etc/config/port <<'EOT'
+config port 'port'
+	option httpport '8080'
+	option rtspport '554'
+	option httpsport '443'
+
+config portmapping 'portmapping'
+	option enable 'false'
+	option mode '0'
+	option HTTP_extport '80'
+	option RTSP_extport '554'
+EOT
+    rm -rf /tmp/.uci
+    printf '\n(old-layout packages written: network, tcpip, ddns, pppoe, port)\n'
+}
+
 title "A camera with ports ${NETLIB_CAP_IFNAMES//,/ and }, each wired to a neighbour at 192.168.N.1"
 step netlibctl names
 step netlibctl interfaces
@@ -77,6 +136,24 @@ if [ "$two_ports" -eq 1 ] && command -v dnsmasq >/dev/null && command -v udhcpc 
     step netlibctl resolv show lan2
     step cat /etc/resolv.conf
 fi
+
+title "An old-layout package converted at start, as after a firmware update"
+old_layout
+step netlibctl layout show
+step netlibctl layout old
+step netlibctl layout convert
+step netlibctl layout show
+step netlibctl ether show "$first"
+step cat /tmp/reboot-requests
+echo "(the host stand-in only records the reboot; the restart plays its part)"
+step netlibctl restart
+step netlibctl addr show "$first"
+echo "(and the start after the reboot converts again: nothing is due, or a one-port package"
+echo " gets its marker)"
+step netlibctl layout convert
+# Firmware of the old layout (0) would need a roll-back of a one-port package first; the
+# two-port layout is understood by layout-2 firmware only.
+step netlibctl layout check-back $((two_ports == 1 ? 2 : 0))
 
 title "Validators and JSON for scripts"
 step netlibctl check ipv4 192.168.1.0

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # A simulated camera on this host: private network, mount and pid namespaces holding the
-# device's ports ("eth0", or "lan1" and "lan2"), each wired by veth to a neighbour namespace
-# that plays the LAN (192.168.N.1 and 2001:db8:N::1, answering ping, ARP and neighbour
-# solicitations, serving DHCP with dnsmasq);
-# private /etc, /usr/bin (= /bin) and /tmp overlays with the device's stand-in scripts and
-# its default "network" package, applied at start by the stand-in network script. The host
-# is never touched, and everything started inside ends with the command.
+# device's ports ("eth0", or "lan1" and "lan2"), port N wired by veth to a neighbour
+# namespace that plays its LAN (192.168.N.1 and 2001:db8:N::1, answering ping, ARP and
+# neighbour solicitations, serving DHCP with dnsmasq); private /etc, /usr/bin (= /bin) and
+# /tmp overlays with the device's stand-in scripts and the default "network" package of
+# /bin/config_generate, applied at start by the stand-in network script. The host is never
+# touched, and everything started inside ends with the command.
 #   device.sh [--ports eth0|lan1,lan2] [--build DIR] [-- COMMAND [ARGS...]]
 # With --build, DIR/tools/netlibctl is installed as /usr/bin/netlibctl. Without a command,
 # an interactive shell.
@@ -66,11 +66,10 @@ nb ip link set lo up
 echo 0 >/proc/sys/net/ipv6/conf/default/accept_dad
 nb sh -c 'echo 0 >/proc/sys/net/ipv6/conf/default/accept_dad'
 
-# Port N is wired to nbN, the neighbour's leg on 192.168.N.0/24.
+# Port N (in the order given) is wired to nbN, the neighbour's leg on 192.168.N.0/24.
 n=1
 dhcp_ranges=()
 for port in ${ports//,/ }; do
-    [ "$port" = lan2 ] && n=2
     ip link add "$port" type veth peer name "nb$n"
     ip link set "$port" address "02:00:00:00:0$n:01"
     ip link set "nb$n" address "02:00:00:00:0$n:02"
@@ -104,42 +103,16 @@ mkdir -p /etc/config /etc/init.d
 install -m 755 "$HERE/stubs/network" /etc/init.d/network
 install -m 755 "$HERE/stubs/config_generate" /bin/config_generate
 install -m 755 "$HERE/stubs/lldpd" /usr/bin/lldpd
-[ -n "$build" ] && ln -sf "$build/tools/netlibctl" /usr/bin/netlibctl
-
-# The factory configuration: each port static on its LAN as 192.168.N.10, the services'
-# sections, and the layout marker of the current layout.
-default_config() {
-    local sec addr
-    n=1
-    for port in ${ports//,/ }; do
-        [ "$port" = lan2 ] && n=2
-        sec=$port
-        [ "$port" = eth0 ] && sec=lan
-        addr=192.168.$n.10
-        printf "config interface '%s'\n\toption ifname '%s'\n\toption proto 'dhcpv6'\n" "$sec" "$port"
-        printf "\toption cardtype '0'\n\toption ipv4dhcp '0'\n\toption ipv6dhcp '0'\n"
-        printf "\toption ipaddr '%s'\n\toption netmask '255.255.255.0'\n\n" "$addr"
-        n=$((n + 1))
-    done
-    if [ "$ports" = lan1,lan2 ]; then
-        printf "config version 'net_version'\n\toption double '2.00'\n\n"
-        printf "config netcard 'defnetcard'\n\toption defnetcard 'lan1'\n\n"
-    else
-        printf "config version 'net_version'\n\toption single '1.00'\n\n"
-    fi
-    printf "config port 'port'\n\toption httpport '80'\n\toption rtspport '554'\n"
-    printf "\toption httpsport '443'\n\toption prisrvport '9000'\n\n"
-    printf "config portmapping 'portmapping'\n\toption enable '0'\n\toption mode '0'\n"
-    printf "\toption alias 'camera'\n\toption exthttpport '80'\n\toption extrtspport '554'\n"
-    printf "\toption exthttpsport '443'\n\toption extsdcport '8000'\n\n"
-    printf "config ddns 'ddns'\n\toption enable '0'\n\toption type '0'\n\toption port '80'\n\n"
-    printf "config pppoe 'pppoe'\n\toption enable '0'\n\toption interface 'ppp0'\n\n"
-}
-default_config >/etc/config/network
+if [ -n "$build" ]; then
+    ln -sf "$build/tools/netlibctl" /usr/bin/netlibctl
+fi
 
 export NETLIB_CAP_IFNAMES=$ports
 export NETLIB_NEIGHBOUR_PID=$peer
 export NETLIB_REBOOT_FILE=/tmp/reboot-requests
+
+# The factory configuration, from the device's own generator.
+/bin/config_generate
 
 # Bring the ports up from the stored package, as the device's start does.
 if command -v netlibctl >/dev/null 2>&1; then
@@ -148,7 +121,6 @@ if command -v netlibctl >/dev/null 2>&1; then
 else
     n=1
     for port in ${ports//,/ }; do
-        [ "$port" = lan2 ] && n=2
         ip addr add "192.168.$n.10/24" brd + dev "$port"
         n=$((n + 1))
     done

@@ -377,6 +377,9 @@ TEST(CliJson, EveryReadingCommandPrintsOneObject)
         "check port 0",
         "check domain 'cam.example.net'",
         "check hostname 'a \"quoted\" name'",
+        "summary",
+        "layout show",
+        "layout check-back 2",
         "help",
     };
     for (const char *c : commands) {
@@ -519,6 +522,72 @@ TEST(CliDevice, NetworkScriptOnlyRecordsWithoutTheTool)
     EXPECT_EQ(0, ctl("restart").status);
     EXPECT_EQ("network restart\n", sandbox::read_file("/tmp/network-script.log"));
     EXPECT_EQ(std::string::npos, sandbox::sh_out("ip -4 addr show lan1").find("192.168.1.30"));
+}
+
+// ---- Layouts, default card, summary --------------------------------------------------------
+
+TEST(CliLayout, OldPackageConvertedStampedAndRolledBack)
+{
+    REQUIRE_TOOL();
+    sandbox::Peer peer;
+    sandbox::veth("eth0", "nb1", &peer);
+    sandbox::write_file("/etc/config/network", "config interface 'lan'\n"
+                                               "\toption ipaddr '192.168.1.64'\n"
+                                               "\toption netmask '255.255.255.0'\n");
+    sandbox::write_file("/etc/config/tcpip", "config tcpip 'tcpip'\n"
+                                             "\toption ipv4dhcpmode 'false'\n"
+                                             "\toption mtu '1400'\n");
+    sandbox::write_file("/etc/config/ddns", "config ddns 'ddns'\n\toption password 'hunter2'\n");
+    sandbox::write_file("/etc/config/pppoe", "config pppoe 'pppoe'\n\toption enable 'false'\n");
+    sandbox::write_file("/etc/config/port", "config port 'port'\n\toption httpport '8080'\n"
+                                            "config portmapping 'portmapping'\n");
+    struct Step {
+        const char *args;
+        const char *out;
+    };
+    const Step steps[] = {
+        {"layout show", "package network: old layout\n"},
+        {"--json layout old", nullptr},
+        {"layout convert", "package network: old layout before, unmarked layout after\n"},
+        {"--json layout convert", "{\"before\":\"unmarked\",\"after\":\"single\","
+                                  "\"version\":\"1.00\"}\n"},
+        {"--json layout check-back 0", "{\"version\":0,\"roll_back\":true}\n"},
+        {"layout check-back 1", "firmware of layout version 1: no roll-back needed\n"},
+        {"layout rollback", "package network: single layout before, old layout after\n"},
+    };
+    for (const Step &st : steps) {
+        Outcome r = ctl(st.args);
+        EXPECT_EQ(0, r.status) << st.args << ": " << r.err;
+        if (st.out != nullptr)
+            EXPECT_EQ(st.out, r.out) << st.args;
+        else
+            EXPECT_TRUE(one_json_object(r.out)) << r.out;
+    }
+    // The old record made it through both ways; its password stayed hidden on the way.
+    Outcome old = ctl("--json layout old");
+    EXPECT_NE(std::string::npos, old.out.find("\"addr\":\"192.168.1.64\"")) << old.out;
+    EXPECT_NE(std::string::npos, old.out.find("\"mtu\":1400")) << old.out;
+    EXPECT_NE(std::string::npos, old.out.find("\"http\":8080")) << old.out;
+    EXPECT_EQ(std::string::npos, old.out.find("hunter2")) << old.out;
+    Outcome late = ctl("layout check-back 3");
+    EXPECT_EQ(2, late.status);
+    EXPECT_EQ("netlibctl layout check-back: VERSION '3' is not a number from 0 to 2\n", late.err);
+}
+
+TEST(CliLayout, DefaultCardAndSummaryOfTwoPorts)
+{
+    REQUIRE_TOOL();
+    sandbox::Peer peer;
+    two_port_device(peer);
+    Outcome none = ctl("defcard show");
+    EXPECT_EQ(1, none.status);
+    EXPECT_EQ("netlibctl defcard show: no default card is stored (section \"defnetcard\")\n",
+              none.err);
+    ASSERT_EQ(0, ctl("defcard set lan2").status);
+    EXPECT_EQ("{\"defcard\":\"lan2\"}\n", ctl("--json defcard show").out);
+    EXPECT_EQ("lan1: static 192.168.1.10 netmask 255.255.255.0 gateway - mtu 1500\n"
+              "lan2: static 192.168.2.10 netmask 255.255.255.0 gateway - mtu 1500\n",
+              ctl("summary").out);
 }
 
 } // namespace

@@ -169,6 +169,89 @@ int pppoe_set(Ctx &c, Args &a)
     return set_record(c, a, kPppoe);
 }
 
+int defcard_show(Ctx &c, Args &a)
+{
+    if (!a.end())
+        return kExitUsage;
+    char card[17] = {0};
+    if (NET_GetDefNetCard(16, card) != 0)
+        return fail(c, "no default card is stored (section \"defnetcard\")");
+    if (c.json)
+        Json().begin_object().str("defcard", card[0] ? card : nullptr).end_object().print();
+    else
+        printf("default card: %s\n", card[0] ? card : "- (one-port device)");
+    return 0;
+}
+
+int defcard_set(Ctx &c, Args &a)
+{
+    const char *name = a.need("INTERFACE");
+    if (!a.end() || !check_ifname(c, "INTERFACE", name))
+        return kExitUsage;
+    if (NET_SetDefNetCard(name) != 0)
+        return fail(c, "INTERFACE '%s' could not be stored as the default card", name);
+    if (c.json)
+        Json().begin_object().str("defcard", name).end_object().print();
+    else
+        printf("default card: %s stored (kept on two-port devices only)\n", name);
+    return 0;
+}
+
+int summary(Ctx &c, Args &a)
+{
+    if (!a.end())
+        return kExitUsage;
+    NetIpcConfig cfg;
+    memset(&cfg, 0, sizeof cfg);
+    if (drv_net_GetIpcConfig(&cfg) != 0)
+        return fail(c, "the stored settings of the ports cannot be read");
+    Json j;
+    j.begin_object().num("ports", cfg.iPortNum).begin_array("settings");
+    for (int i = 0; i < cfg.iPortNum && i < 2; ++i) {
+        const NetEtherCfg &e = cfg.astEtherCfg[i];
+        if (c.json)
+            j.begin_object()
+                .str("interface", e.szIfName)
+                .num("ipv4_mode", e.iIpv4Mode)
+                .str("ipv4_address", e.szIpv4Addr)
+                .str("ipv4_netmask", e.szIpv4Mask)
+                .str("ipv4_gateway", e.szIpv4Gateway)
+                .num("mtu", e.iMtu)
+                .num("ipv6_mode", e.iIpv6Mode)
+                .str("ipv6_address", e.szIpv6Addr)
+                .end_object();
+        else
+            printf("%s: %s %s netmask %s gateway %s mtu %d\n", e.szIfName,
+                   e.iIpv4Mode == 1 ? "dhcp" : "static", or_dash(e.szIpv4Addr),
+                   or_dash(e.szIpv4Mask), or_dash(e.szIpv4Gateway), e.iMtu);
+    }
+    if (c.json)
+        j.end_array().end_object().print();
+    return 0;
+}
+
+int lldp(Ctx &c, Args &a, bool up)
+{
+    if (!a.end())
+        return kExitUsage;
+    if ((up ? Net_LldpLinkUpCB() : Net_LldpLinkDownCB()) != 0)
+        return fail(c, "\"/usr/bin/lldpd stop\" could not be started");
+    if (c.json)
+        Json().begin_object().boolean("link_up", up).end_object().print();
+    else
+        printf("link-%s callback done%s\n", up ? "up" : "down", up ? "" : " (LLDP agent stopped)");
+    return 0;
+}
+
+int lldp_up(Ctx &c, Args &a)
+{
+    return lldp(c, a, true);
+}
+int lldp_down(Ctx &c, Args &a)
+{
+    return lldp(c, a, false);
+}
+
 const Command kCommands[] = {
     {"ports show", "", "service ports and port mapping (NetPortCfg)", nullptr, ports_show},
     {"ports set", "KEY=VALUE...", "change the service ports and store them",
@@ -182,6 +265,14 @@ const Command kCommands[] = {
     {"pppoe show", "", "the PPPoE account (password hidden)", nullptr, pppoe_show},
     {"pppoe set", "KEY=VALUE...", "change the PPPoE account and store it",
      "Keys: enable, interface, user, password.", pppoe_set},
+    {"defcard show", "", "the stored default network card (two-port devices)", nullptr,
+     defcard_show},
+    {"defcard set", "INTERFACE", "store the default network card", nullptr, defcard_set},
+    {"summary", "", "port count and stored settings of every port (drv_net_GetIpcConfig)", nullptr,
+     summary},
+    {"lldp up", "", "the LLDP agent's link-up callback", nullptr, lldp_up},
+    {"lldp down", "", "the link-down callback: stops the LLDP agent (/usr/bin/lldpd stop)", nullptr,
+     lldp_down},
 };
 
 } // namespace
