@@ -32,6 +32,9 @@ refused() {
     echo "(exit status $rc)"
 }
 
+# A command on the neighbour's side of the wire.
+nb() { nsenter --net="/proc/$NETLIB_NEIGHBOUR_PID/ns/net" "$@"; }
+
 title() { printf '\n== %s\n' "$*"; }
 
 # The packages an old firmware left: "network" with the one interface section and no marker,
@@ -121,6 +124,20 @@ step netlibctl probe6 "$first" 2001:db8:1::1
 title "Ping the neighbour, and announce the new address"
 step netlibctl ping "$first" 192.168.1.1
 step netlibctl announce "$first"
+
+if command -v arping >/dev/null; then
+    title "MAC monitor for 3 s, while the neighbour sends ARP with $first's MAC for a moment"
+    mac=$(netlibctl mac "$first")
+    printf '\n$ netlibctl macmon %s --seconds 3\n' "$first"
+    netlibctl macmon "$first" --seconds 3 &
+    monitor=$!
+    sleep 0.5
+    echo "(neighbour: nb1 takes $mac, sends ARP, gives it back)"
+    nb ip link set nb1 address "$mac"
+    nb arping -c 2 -w 2 -I nb1 192.168.1.20 >/dev/null 2>&1 || true
+    nb ip link set nb1 address 02:00:00:00:01:02
+    wait "$monitor"
+fi
 
 title "The resolver file, one block per port"
 step netlibctl resolv set "$first" 192.168.1.1 9.9.9.9
