@@ -25,9 +25,8 @@ case "$ports" in
 eth0 | lan1 | lan2 | lan1,lan2) ;;
 *) echo "device.sh: --ports takes eth0, lan1, lan2 or lan1,lan2, not '$ports'" >&2; exit 2 ;;
 esac
-interactive=0
 if [ $# -eq 0 ]; then
-    interactive=1
+    export NETLIB_DEVICE_SHELL=1
     set -- bash --norc -i
 fi
 
@@ -126,7 +125,8 @@ else
     done
 fi
 
-if [ "$interactive" -eq 1 ]; then
+if [ -n "${NETLIB_DEVICE_SHELL:-}" ]; then
+    unset NETLIB_DEVICE_SHELL
     echo "A simulated camera: ports ${ports//,/ } (192.168.N.10), each wired to a neighbour"
     echo "at 192.168.N.1 that answers ping and ARP and serves DHCP. Run the neighbour's"
     echo "commands with: nsenter --net=/proc/\$NETLIB_NEIGHBOUR_PID/ns/net CMD. 'exit' leaves."
