@@ -419,6 +419,61 @@ NET_API int get_dns(char *pcDns1, unsigned int uiLen1, char *pcDns2, unsigned in
 /* @@if_older6@@ */
 
 /* ======================================================================================
+ * Driver interface table and its adapters
+ * ====================================================================================== */
+
+/* The four configuration readers of createNetCfgInterface, in this order. */
+typedef struct {
+    int (*pfnGetDdnsCfg)(NetDdnsCfg *pstDdnsCfg);
+    int (*pfnGetPppoeCfg)(NetPppoeCfg *pstPppoeCfg);
+    int (*pfnGetPortCfg)(NetPortCfg *pstPortCfg);
+    int (*pfnGetIpcConfig)(NetIpcConfig *pstIpcConfig);
+} NetCfgInterface;
+NET_LAYOUT_CHECK(sizeof(NetCfgInterface) == 4 * sizeof(NetReservedFn), cfg_if_size);
+
+/* Allocates the runtime table (caller frees it with free), calls NET_Init, fills it. */
+NET_API int createNetInterface(NetDriverInterface **ppstDrvIf);
+/* Fills the caller's four configuration readers; -1 for null. */
+NET_API int createNetCfgInterface(NetCfgInterface *pstCfgIf);
+/* Entries 11 and 12: the present pair when the "network" package loads, else the older. */
+NET_API int drv_net_GetSetDefaultEthCB(NetDriverInterface *pstDrvIf);
+/* All interface names joined by "::" (cut to uiLen) and their count. */
+NET_API int drv_net_GetEthName(char *pcEthName, unsigned int uiLen, int *piEthNum);
+/* Kernel-only address and mask; then address and mask read back. */
+NET_API int drv_net_SetHostIPEx(const char *pcIfName, const char *pcIpAddr, const char *pcMask);
+NET_API int drv_net_GetHostIPEx(const char *pcIfName, char *pcIpAddr, unsigned int uiIpLen,
+                                char *pcMask, unsigned int uiMaskLen);
+/* 0 when the link is up, -1 when down or unreadable. */
+NET_API int drv_net_GetLinkStatus(const char *pcIfName);
+/* The probes with the fixed time-outs 500 (IPv4) and 2 (IPv6). */
+NET_API int drv_net_CheckIpv4Collision(const char *pcIfName, const char *pcIpAddr,
+                                       int *pbIsCollision);
+NET_API int drv_net_CheckIpv6Collision(const char *pcIfName, const char *pcIpv6Addr,
+                                       int *pbIsCollision);
+/* First listed non-link-local address not / exactly from router advertisement. */
+NET_API int drv_net_GetIpv6Addr(const char *pcIfName, char *pHostIp, unsigned int uiLen,
+                                int *piIpv6Mask);
+NET_API int drv_net_GetScopeGlobalAddr6(const char *pcIfName, char *plinklocal,
+                                        unsigned int uiLen, int *piIpv6Mask);
+/* Deletes the address only when the current one begins with it. */
+NET_API int drv_net_DelIpv6Address(const char *pcIfName, const char *pcIpv6Addr);
+/* The interface's address list, entry by entry (text and prefix). */
+NET_API int drv_net_GetIpv6AddrList(const char *pEthName, NetIpv6AddrList *pstIpv6AddrList);
+/* Does nothing; 0. */
+NET_API int drv_net_SetIpv6Gateway(const char *pcIfName, const char *pcGateway);
+/* Speed and duplex with modes outside 1 to 5 normalised to auto (0). */
+NET_API int drv_net_SetSpeedDuplex(const char *pcIfName, NetSpeedDuplexMode enMode);
+NET_API int drv_net_GetSpeedDuplex(const char *pcIfName, NetSpeedDuplexMode *enSpeedDupMode);
+NET_API int drv_net_GetMaxSupportSpeedx(const char *pcIfName, NetSpeedDuplexMode *enSpeedDupMode);
+/* NET_GetDefNetCard with the buffer first. */
+NET_API int drv_net_GetDefNetCard(char *pcNetDefCard, unsigned int uiLen);
+/* The older default card in g_szDefNetCard (15 characters); -2 for null. */
+NET_API int drv_net_SetDefaultEth(const char *pcNetDefCard);
+NET_API int drv_net_GetDefaultEth(char *pcNetDefCard, unsigned int uiLen);
+/* The active interface becomes "lan2" when the client address lies in its subnet. */
+NET_API int update_active_interface(void);
+
+/* ======================================================================================
  * Address conversion
  * ====================================================================================== */
 /* IPv4 text to 4 bytes (network order) with the C library: 0, -1 not an address, -2 null. */
