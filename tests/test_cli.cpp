@@ -493,7 +493,9 @@ TEST(CliDevice, NetworkScriptAppliesStaticAndDhcpPorts)
               "--log-facility=/tmp/cli-dnsmasq.log");
 
     // lan1: new static settings; lan2: DHCP.
-    ASSERT_EQ(0, ctl("ether set lan1 addr=192.168.1.30 gateway=192.168.1.1 mtu=1400").status);
+    ASSERT_EQ(0, ctl("ether set lan1 addr=192.168.1.30 gateway=192.168.1.1 mtu=1400 "
+                     "ipv6mode=static addr6=2001:db8:1::30 prefix6=64")
+                     .status);
     ASSERT_EQ(0, ctl("dhcp on lan2").status);
     Outcome r = ctl("restart");
     ASSERT_EQ(0, r.status) << r.err << sandbox::read_file("/tmp/network-script.log");
@@ -502,6 +504,7 @@ TEST(CliDevice, NetworkScriptAppliesStaticAndDhcpPorts)
     EXPECT_EQ("lan1: 192.168.1.30 netmask 255.255.255.0 gateway 192.168.1.1\n",
               ctl("addr show lan1").out);
     EXPECT_NE(std::string::npos, ctl("link show lan1").out.find("mtu 1400"));
+    EXPECT_NE(std::string::npos, ctl("addr6 show lan1").out.find("inet6 2001:db8:1::30/64"));
     EXPECT_EQ("lan2: 192.168.2.100 netmask 255.255.255.0 gateway 192.168.2.1\n",
               ctl("addr show lan2").out);
     EXPECT_EQ("# Interface lan1\nnameserver 192.168.1.1\nnameserver 9.9.9.9\n"

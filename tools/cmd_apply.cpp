@@ -20,6 +20,8 @@ struct Stored {
     bool configured = false;
     bool dhcp = false;
     std::string proto, address, netmask, gateway, dns1, dns2;
+    std::string address6; // a static IPv6 address, with prefix6
+    int prefix6 = 0;
     int mtu = 1500;
 };
 
@@ -53,6 +55,10 @@ Stored read_stored(const char *ifn)
     memset(&e, 0, sizeof e);
     if (NET_GetEtherCfg(ifn, &e) == 0) {
         st.mtu = e.iMtu;
+        if (e.iIpv6Mode == 1) {
+            st.address6 = std::string(e.szIpv6Addr, strnlen(e.szIpv6Addr, sizeof e.szIpv6Addr));
+            st.prefix6 = e.iIpv6PrefixLen;
+        }
         if (!st.dhcp && e.iIpv4Mode != 1) {
             st.dns1 = std::string(e.szDns1, strnlen(e.szDns1, sizeof e.szDns1));
             st.dns2 = std::string(e.szDns2, strnlen(e.szDns2, sizeof e.szDns2));
@@ -86,12 +92,32 @@ std::string apply_static(const char *ifn, const Stored &st)
     return "";
 }
 
+bool holds_ipv6(const char *ifn, const std::string &addr)
+{
+    static NetIpv6AddrList list;
+    memset(&list, 0, sizeof list);
+    if (NET_GetIpv6AddrList(ifn, &list) != 0)
+        return false;
+    unsigned char want[16], have[16];
+    if (INET_Ipv6StrToNum(addr.c_str(), want) != 0)
+        return false;
+    for (int i = 0; i < list.iNum && i < 32; ++i)
+        if (INET_Ipv6StrToNum(list.astAddr[i].szAddr, have) == 0 && memcmp(want, have, 16) == 0)
+            return true;
+    return false;
+}
+
 std::string apply_port(const char *ifn, const Stored &st)
 {
     if (NET_IntfUp(ifn) != 0)
         return "the link cannot be set up (no such interface?)";
     if (st.mtu >= 100 && st.mtu <= 1500 && NET_SetMtu(ifn, st.mtu) != 0)
         return "MTU " + std::to_string(st.mtu) + " could not be set";
+    // The IPv6 address of the manual mode, whatever the IPv4 mode.
+    if (INET_IsIpv6AddrValid(st.address6.c_str()) == 1 && !holds_ipv6(ifn, st.address6) &&
+        NET_AddIpv6Addr(ifn, st.address6.c_str(), st.prefix6) != 0)
+        return "IPv6 address " + st.address6 + "/" + std::to_string(st.prefix6) +
+               " could not be added";
     return st.dhcp ? "" : apply_static(ifn, st);
 }
 
@@ -102,6 +128,8 @@ void print_port(const Ctx &c, Json &j, const char *ifn, const Stored &st)
         j.begin_object().str("interface", ifn).str("mode", mode);
         if (st.configured) {
             j.str("proto", st.proto).num("mtu", st.mtu);
+            if (!st.address6.empty())
+                j.str("address6", st.address6).num("prefix6", st.prefix6);
             if (!st.dhcp)
                 j.str("address", st.address)
                     .str("netmask", st.netmask)
@@ -115,12 +143,13 @@ void print_port(const Ctx &c, Json &j, const char *ifn, const Stored &st)
     if (!st.configured)
         printf("%s none (no stored section %s)\n", ifn, NET_GetUciNameByIfName(ifn));
     else if (st.dhcp)
-        printf("%s dhcp mtu %d (address left to the DHCP client)\n", ifn, st.mtu);
+        printf("%s dhcp mtu %d%s%s (address left to the DHCP client)\n", ifn, st.mtu,
+               st.address6.empty() ? "" : " inet6 ", st.address6.c_str());
     else
-        printf("%s static %s netmask %s gateway %s mtu %d dns %s %s\n", ifn,
+        printf("%s static %s netmask %s gateway %s mtu %d dns %s %s%s%s\n", ifn,
                or_dash(st.address.c_str()), or_dash(st.netmask.c_str()),
                or_dash(st.gateway.c_str()), st.mtu, or_dash(st.dns1.c_str()),
-               or_dash(st.dns2.c_str()));
+               or_dash(st.dns2.c_str()), st.address6.empty() ? "" : " inet6 ", st.address6.c_str());
 }
 
 int apply(Ctx &c, Args &a)
@@ -163,9 +192,10 @@ int apply(Ctx &c, Args &a)
 
 const Command kCommands[] = {
     {"apply", "[INTERFACE...]", "set the stored settings of the ports live",
-     "What the network service does at start: link up and MTU; in static mode the address,\n"
-     "netmask, gateway and resolver servers. Each port prints one line that starts with its\n"
-     "name and mode (static, dhcp or none); a DHCP port is left to the DHCP client.",
+     "What the network service does at start: link up, MTU and a manual IPv6 address; in\n"
+     "static mode the IPv4 address, netmask, gateway and resolver servers. Each port prints\n"
+     "one line that starts with its name and mode (static, dhcp or none); a DHCP port is left\n"
+     "to the DHCP client.",
      apply},
 };
 
