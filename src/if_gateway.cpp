@@ -5,7 +5,9 @@
 #include <netinet/in.h>
 #include <string.h>
 
+#include "if_proc.h"
 #include "if_route_table.h"
+#include "inet_text.h"
 #include "kcall.h"
 #include "libnetwork.h"
 
@@ -77,19 +79,17 @@ int NET_GetIpv4Gateway(const char *pcIfName, char *pcGateway, unsigned int uiLen
                  (const void *)pcIfName, (void *)pcGateway);
         return -1;
     }
-    FILE *table = fopen("/proc/net/route", "r");
-    if (table == nullptr) {
+    TableFile table("/proc/net/route");
+    if (table.get() == nullptr) {
         NET_LOG(NET_LVL_DEBUG, "open /proc/net/route failed");
         return -1;
     }
     RouteLine route;
     // No default route is no error: the buffer is left as the caller gave it.
-    if (find_default_route(table, pcIfName, route)) {
-        struct in_addr gw;
-        gw.s_addr = route.gateway;
-        inet_ntop(AF_INET, &gw, pcGateway, uiLen);
+    if (find_default_route(table.get(), pcIfName, route)) {
+        // Our formatter prints what inet_ntop prints, bound included, without printf.
+        ntop_ipv4(reinterpret_cast<const unsigned char *>(&route.gateway), pcGateway, uiLen);
     }
-    fclose(table);
     return 0;
 }
 

@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include "if_other.h"
+#include "inet_text.h"
 #include "kcall.h"
 #include "libnetwork.h"
 
@@ -25,7 +26,8 @@ int get_ipv4_text(const KernelCall &c, const char *ifname, unsigned long req, ch
     struct ifreq ifr;
     if (ifreq_call(c, ifname, req, ifr) != 0)
         return -1;
-    inet_ntop(AF_INET, &ifr_in(ifr)->sin_addr, out, len);
+    // Our formatter prints what inet_ntop prints, bound included, without printf.
+    ntop_ipv4(reinterpret_cast<const unsigned char *>(&ifr_in(ifr)->sin_addr), out, len);
     return 0;
 }
 

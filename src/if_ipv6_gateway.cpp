@@ -19,7 +19,7 @@ int NET_GetIpv6Gateway(const char *pcIfName, char *pstIpv6Gateway, unsigned int 
                  (const void *)pcIfName, (void *)pstIpv6Gateway);
         return -1;
     }
-    UniqueFile fp(fopen(kIpv6RoutePath, "r"));
+    TableFile fp(kIpv6RoutePath);
     if (fp.get() == nullptr) {
         NET_LOG(NET_LVL_ERR, "cannot open %s\n", kIpv6RoutePath);
         return -1;
@@ -36,13 +36,12 @@ int get_ipv6_gateway_num(const char *pcIfName, unsigned char *pucGateway)
     if (pcIfName == nullptr || pucGateway == nullptr)
         return -1;
     memset(pucGateway, 0, 16);
-    FILE *raw = fopen(kIpv6RoutePath, "r");
-    if (raw == nullptr) {
+    TableFile fp(kIpv6RoutePath);
+    if (fp.get() == nullptr) {
         // The older calls print instead of logging.
         printf("cannot open %s\n", kIpv6RoutePath);
         return -1;
     }
-    UniqueFile fp(raw);
     return read_ipv6_default_nexthop(fp.get(), pcIfName, NextHop::NotLinkLocal, pucGateway);
 }
 

@@ -34,7 +34,7 @@ int NET_GetIpv6AddrList(const char *pcIfName, NetIpv6AddrList *pstIpv6AddrList)
         NET_LOG(NET_LVL_ERR, "can not find index. \n");
         return -1;
     }
-    UniqueFile fp(fopen(kIfInet6Path, "r"));
+    TableFile fp(kIfInet6Path);
     if (fp.get() == nullptr) {
         NET_LOG(NET_LVL_ERR, "can not find file. \n");
         return -1;
@@ -51,7 +51,7 @@ int NET_GetIpv6Prefix(const char *pcIfName, const char *pcIpv6Addr, int *piPrefi
                  (const void *)pcIpv6Addr, (void *)piPrefix);
         return -1;
     }
-    UniqueFile fp(fopen(kIpv6RoutePath, "r"));
+    TableFile fp(kIpv6RoutePath);
     if (fp.get() == nullptr) {
         NET_LOG(NET_LVL_ERR, "can not find file. \n");
         return -1;
@@ -70,7 +70,7 @@ int get_ipv6addr_num(const char *pcIfName, unsigned char *pucAddr1, int *piPrefi
     unsigned int index = if_nametoindex(pcIfName);
     if (index == 0)
         return -1;
-    UniqueFile fp(fopen(kIfInet6Path, "r"));
+    TableFile fp(kIfInet6Path);
     if (fp.get() == nullptr)
         return -1;
     return read_ipv6_first_two(fp.get(), index, pucAddr1, piPrefix1, pucAddr2, piPrefix2) > 0 ? 0

@@ -10,6 +10,31 @@
 
 using namespace netlib;
 
+namespace
+{
+
+constexpr size_t kMacTextLen = 17; // "%02X:%02X:%02X:%02X:%02X:%02X"
+
+// What snprintf(out, len, "%02X:%02X:%02X:%02X:%02X:%02X", ...) writes, without printf: at
+// most len - 1 characters and a terminator, nothing at all when len is 0.
+void put_mac_text(const unsigned char *m, char *out, unsigned int len)
+{
+    static const char kHex[] = "0123456789ABCDEF";
+    char text[kMacTextLen + 1];
+    for (int i = 0; i < 6; ++i) {
+        text[3 * i] = kHex[m[i] >> 4];
+        text[3 * i + 1] = kHex[m[i] & 0xf];
+        text[3 * i + 2] = ':';
+    }
+    if (len == 0)
+        return;
+    size_t n = len - 1 < kMacTextLen ? len - 1 : kMacTextLen;
+    memcpy(out, text, n);
+    out[n] = '\0';
+}
+
+} // namespace
+
 extern "C" {
 
 int NET_GetMacAddr(const char *pcIfName, char *pcMacAddr, unsigned int uiLen)
@@ -26,7 +51,7 @@ int NET_GetMacAddr(const char *pcIfName, char *pcMacAddr, unsigned int uiLen)
         return -1;
     const unsigned char *m = reinterpret_cast<const unsigned char *>(ifr.ifr_hwaddr.sa_data);
     // A short buffer gets a cut, terminated text and the call still succeeds.
-    snprintf(pcMacAddr, uiLen, "%02X:%02X:%02X:%02X:%02X:%02X", m[0], m[1], m[2], m[3], m[4], m[5]);
+    put_mac_text(m, pcMacAddr, uiLen);
     return 0;
 }
 

@@ -9,6 +9,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
+#include "if_proc.h"
 #include "if_route_table.h"
 #include "kcall.h"
 #include "libnetwork.h"
@@ -112,12 +113,8 @@ int older_flags(const char *ifname, bool up)
 
 bool default_route(const char *ifname, RouteLine &route)
 {
-    FILE *table = fopen("/proc/net/route", "r");
-    if (table == nullptr)
-        return false;
-    bool found = find_default_route(table, ifname, route);
-    fclose(table);
-    return found;
+    TableFile table("/proc/net/route");
+    return table.get() != nullptr && find_default_route(table.get(), ifname, route);
 }
 
 } // namespace

@@ -95,7 +95,7 @@ int get_all_ipv6addr(const char *pcIfName, NetIpv6AddrInfoList *pstList)
     unsigned int index = if_nametoindex(pcIfName);
     if (index == 0)
         return -1;
-    UniqueFile fp(fopen(kIfInet6Path, "r"));
+    TableFile fp(kIfInet6Path);
     if (fp.get() == nullptr)
         return -1;
     return read_ipv6_all(fp.get(), index, *pstList);

@@ -33,6 +33,32 @@ class UniqueFile
     FILE *fp_;
 };
 
+// A kernel table open for reading through a buffer on the caller's stack: no fstat and no
+// allocation to set the stream up. Reads take the block /proc reports (1 KiB) unless told
+// otherwise: the kernel builds a table only as far as it is read, and readers that stop at
+// an early match gain nothing from larger reads. Closed on every path out of a call.
+class TableFile
+{
+  public:
+    explicit TableFile(const char *path, size_t readLen = 1024) : fp_(fopen(path, "r"))
+    {
+        if (fp_ != nullptr)
+            setvbuf(fp_, buf_, _IOFBF, readLen < sizeof buf_ ? readLen : sizeof buf_);
+    }
+    ~TableFile()
+    {
+        if (fp_ != nullptr)
+            fclose(fp_);
+    }
+    TableFile(const TableFile &) = delete;
+    TableFile &operator=(const TableFile &) = delete;
+    FILE *get() const { return fp_; }
+
+  private:
+    char buf_[4096]; // outlives the stream: fclose runs in the destructor's body
+    FILE *fp_;
+};
+
 // One line of "/proc/net/if_inet6"; the device name is skipped.
 struct IfInet6Line {
     char szAddr[33]; // 32 hexadecimal digits
