@@ -215,7 +215,8 @@ int main(int argc, char **argv)
     std::vector<char *> args(argv, argv + argc);
     static char interleave[] = "--benchmark_enable_random_interleaving=true";
     static char reps[] = "--benchmark_repetitions=8";
-    args.insert(args.begin() + 1, {interleave, reps});
+    static char minTime[] = "--benchmark_min_time=0.05";
+    args.insert(args.begin() + 1, {interleave, reps, minTime});
     argc = (int)args.size();
     argv = args.data();
     benchmark::Initialize(&argc, argv);
