@@ -172,6 +172,12 @@ step netlibctl layout convert
 # two-port layout is understood by layout-2 firmware only.
 step netlibctl layout check-back $((two_ports == 1 ? 2 : 0))
 
+title "The driver table, created as an application creates it, answering"
+step netlibctl defcard set "$first"
+step netlibctl drv show "$first"
+step netlibctl drv ping "$first" 192.168.1.1
+step netlibctl drv cfg
+
 title "Validators and JSON for scripts"
 step netlibctl check ipv4 192.168.1.0
 step netlibctl check mask 255.255.255.0

@@ -378,6 +378,10 @@ TEST(CliJson, EveryReadingCommandPrintsOneObject)
         "check domain 'cam.example.net'",
         "check hostname 'a \"quoted\" name'",
         "summary",
+        "drv show",
+        "drv show lan2",
+        "drv cfg",
+        "drv probe lan1 192.168.1.1",
         "layout show",
         "layout check-back 2",
         "help",
@@ -588,6 +592,15 @@ TEST(CliLayout, DefaultCardAndSummaryOfTwoPorts)
               none.err);
     ASSERT_EQ(0, ctl("defcard set lan2").status);
     EXPECT_EQ("{\"defcard\":\"lan2\"}\n", ctl("--json defcard show").out);
+    // The driver table answers with the present configuration's pair in entry 11.
+    Outcome drv = ctl("drv show lan2");
+    ASSERT_EQ(0, drv.status) << drv.err;
+    for (const char *row : {"    2  drv_net_GetEthName             0  lan1::lan2 (2)\n",
+                            "    7  drv_net_GetHostIPEx            0  192.168.2.10 255.255.255.0\n",
+                            "   11  drv_net_GetDefNetCard          0  lan2\n",
+                            "   18  (entries 18 to 45)             0  28 of 28 null\n"})
+        EXPECT_NE(std::string::npos, drv.out.find(row)) << row << drv.out;
+    EXPECT_EQ(std::string::npos, drv.out.find(" ? ")) << drv.out;
     EXPECT_EQ("lan1: static 192.168.1.10 netmask 255.255.255.0 gateway - mtu 1500\n"
               "lan2: static 192.168.2.10 netmask 255.255.255.0 gateway - mtu 1500\n",
               ctl("summary").out);
