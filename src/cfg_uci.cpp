@@ -247,10 +247,12 @@ int NET_GetOption(struct uci_section *pstSection, const char *pcOptName, char *p
     if (value == nullptr)
         return -1;
     // uiLen is deliberately not checked: callers pass the full size of a buffer they zeroed.
-    if (strlen(value) > uiLen - 1)
+    // A capacity of 0 has room for nothing; uiLen - 1 would wrap to 4 GiB of copy.
+    size_t room = uiLen > 0 ? uiLen - 1 : 0;
+    if (uiLen == 0 || strlen(value) > room)
         NET_LOG(NET_LVL_ERR, "Input buffer is not enough.\n");
     // Deliberately no terminator of our own: the caller's zeroed last byte is the one.
-    strncpy(pcOptVal, value, uiLen - 1);
+    strncpy(pcOptVal, value, room);
     return 0;
 }
 

@@ -1,5 +1,6 @@
 // IPv4 address collision detection: one ARP probe out, replies from the owner listened for.
 #include <errno.h>
+#include <stdint.h>
 #include <string.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -19,16 +20,25 @@ constexpr int kMaxFrames = 50;
 
 enum class Heard { Nothing, Claim };
 
+// The whole time-out goes into the microsecond field, even past one second. The C library
+// reads that field as 32 bits: past 35 minutes it would wrap negative and select refuse the
+// wait on every pass, for ever, so there the whole seconds move to their own field.
+struct timeval probe_wait(int timeoutMsec)
+{
+    struct timeval wait;
+    int64_t usec = static_cast<int64_t>(timeoutMsec) * 1000;
+    wait.tv_sec = usec > INT32_MAX ? static_cast<time_t>(usec / 1000000) : 0;
+    wait.tv_usec = static_cast<suseconds_t>(usec > INT32_MAX ? usec % 1000000 : usec);
+    return wait;
+}
+
 // Listens for an ARP reply to self.mac whose sender is ip. The read set is filled once and
 // the time value never re-armed: Linux select leaves the rest of the wait in it, so the
 // time-out bounds the whole phase.
 Heard listen_for_claim(const CallSite &site, int fd, const ArpSelf &self, const uint8_t ip[4],
                        int timeoutMsec)
 {
-    struct timeval wait;
-    wait.tv_sec = 0;
-    // The whole time-out goes into the microsecond field, even past one second.
-    wait.tv_usec = static_cast<suseconds_t>(timeoutMsec) * 1000;
+    struct timeval wait = probe_wait(timeoutMsec);
     fd_set readable;
     FD_ZERO(&readable);
     FD_SET(fd, &readable);

@@ -2,6 +2,7 @@
 // solicited-node group, advertisements for the same target listened for.
 #include <errno.h>
 #include <net/if.h>
+#include <stdint.h>
 #include <netinet/in.h>
 #include <string.h>
 #include <sys/select.h>
@@ -69,10 +70,17 @@ int join_group(const CallSite &site, int fd, const struct sockaddr_in6 &group, c
 bool hear_advert(int fd, const uint8_t target[16], int timeoutMsec)
 {
     // Seconds and the whole time-out again in microseconds: about twice the time-out from
-    // one second on. Kept so. A negative time-out makes select fail for ever.
+    // one second on. Kept so. A negative time-out makes select fail for ever. The C library
+    // reads the microseconds as 32 bits: past 35 minutes their whole seconds move over
+    // rather than wrap negative, which would fail the same way.
     struct timeval wait;
     wait.tv_sec = timeoutMsec / 1000;
-    wait.tv_usec = static_cast<suseconds_t>(timeoutMsec) * 1000;
+    int64_t usec = static_cast<int64_t>(timeoutMsec) * 1000;
+    if (usec > INT32_MAX) {
+        wait.tv_sec += static_cast<time_t>(usec / 1000000);
+        usec %= 1000000;
+    }
+    wait.tv_usec = static_cast<suseconds_t>(usec);
     fd_set readable;
     FD_ZERO(&readable);
     FD_SET(fd, &readable);

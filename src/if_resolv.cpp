@@ -29,10 +29,12 @@ bool is_double_intf()
     return CAP_IsDoubleIntfSupport() != 0;
 }
 
-// "0.0.0.0", "::" and the empty text mean no server: never written.
+// "0.0.0.0", "::" and the empty text mean no server: never written. Nor is a text that spans
+// lines: it names no server, and would write lines of its own into the resolver's file.
 bool names_server(const char *s)
 {
-    return s != nullptr && s[0] != '\0' && strcmp(s, "0.0.0.0") != 0 && strcmp(s, "::") != 0;
+    return s != nullptr && s[0] != '\0' && strcmp(s, "0.0.0.0") != 0 && strcmp(s, "::") != 0 &&
+           strpbrk(s, "\r\n") == nullptr;
 }
 
 void write_servers(FILE *fp, const char *pcMaster, const char *pcSlave)
