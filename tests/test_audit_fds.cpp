@@ -10,6 +10,8 @@
 // Not descriptors, so not counted here (memory the sanitizer build is told to ignore):
 //   - NET_GetEtherCfg failing to list the live IPv6 addresses leaves its package open;
 //     NET_SetRouteCfg does the same on two exits no caller can reach.
+//   - drv_net_GetSetDefaultEthCB (and createNetInterface through it) leaves open the package
+//     it loads to choose the default-card pair.
 // Paths not taken: NET_SendGratuitousPack and NET_GetIfNameByIp (its address) with a null
 // pointer dereference it by contract; success paths that hand a descriptor to the caller.
 //
@@ -20,6 +22,7 @@
 #include <netinet/in.h>
 #include <pthread.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -96,6 +99,8 @@ struct Ctx {
     NetPppoeCfg pppoe;
     NetIpcConfig ipc;
     NetIfInfo ifs[4];
+    NetDriverInterface drv;
+    NetCfgInterface cfgIf;
 
     struct sockaddr *sa() { return reinterpret_cast<struct sockaddr *>(&storage); }
     struct sockaddr *groupSa() { return reinterpret_cast<struct sockaddr *>(&group); }
@@ -357,6 +362,72 @@ const std::vector<Row> &rows()
         {Bare, CALL(get_all_ipv6addr, "nosuch0", &c.v6info), "missing interface"},
         {Bare, CALL(get_dns, nullptr, 16, c.text2, 16), "null buffer"},
         {Bare, CALL(get_dns, c.text, 16, c.text2, 16), "no block"},
+
+        // ---- Driver interface table and its adapters -----------------------------------------
+        {Bare, CALL(createNetInterface, nullptr), "null place"},
+        {Bare, "createNetInterface",
+         [](Ctx &) {
+             NetDriverInterface *t = nullptr;
+             if (createNetInterface(&t) == 0)
+                 free(t);
+         },
+         "no package: the older default-card pair"},
+        {Store, "createNetInterface",
+         [](Ctx &) {
+             NetDriverInterface *t = nullptr;
+             if (createNetInterface(&t) == 0)
+                 free(t);
+         },
+         "the package opened to choose the pair is left open", 0, Need::MemoryLeakOk},
+        {Bare, CALL(createNetCfgInterface, nullptr), "null table"},
+        {Bare, CALL(createNetCfgInterface, &c.cfgIf), "filled"},
+        {Bare, CALL(drv_net_GetSetDefaultEthCB, nullptr), "null table"},
+        {Bare, CALL(drv_net_GetSetDefaultEthCB, &c.drv), "no package"},
+        {Store, CALL(drv_net_GetSetDefaultEthCB, &c.drv), "package left open", 0,
+         Need::MemoryLeakOk},
+        {Bare, CALL(drv_net_GetEthName, nullptr, 64, &c.number), "null buffer"},
+        {Bare, CALL(drv_net_GetEthName, c.text, 64, &c.number), "names joined"},
+        {Bare, CALL(drv_net_SetHostIPEx, "nosuch0", nullptr, "255.0.0.0"), "null address"},
+        {Bare, CALL(drv_net_SetHostIPEx, "nosuch0", "10.0.0.1", "255.0.0.0"),
+         "missing interface"},
+        {Bare, CALL(drv_net_GetHostIPEx, nullptr, c.text, 16, c.text2, 16), "null name"},
+        {Bare, CALL(drv_net_GetHostIPEx, "nosuch0", c.text, 16, c.text2, 16),
+         "missing interface"},
+        {Bare, CALL(drv_net_GetLinkStatus, nullptr), "null name"},
+        {Bare, CALL(drv_net_GetLinkStatus, "nosuch0"), "missing interface"},
+        {Bare, CALL(drv_net_CheckIpv4Collision, "nosuch0", nullptr, &c.number), "null address"},
+        {Bare, CALL(drv_net_CheckIpv4Collision, "nosuch0", "10.0.0.1", &c.number),
+         "missing interface"},
+        {Bare, CALL(drv_net_CheckIpv6Collision, "nosuch0", "2001:db8::1", nullptr),
+         "null answer"},
+        {Bare, CALL(drv_net_CheckIpv6Collision, "nosuch0", "2001:db8::1", &c.number),
+         "missing interface, after the socket"},
+        {Bare, CALL(drv_net_GetIpv6Addr, nullptr, c.text, 64, &c.number), "null name"},
+        {Bare, CALL(drv_net_GetIpv6Addr, "nosuch0", c.text, 64, &c.number), "missing interface"},
+        {Bare, CALL(drv_net_GetScopeGlobalAddr6, "nosuch0", c.text, 64, nullptr), "null prefix"},
+        {Live, CALL(drv_net_GetScopeGlobalAddr6, "lan1", c.text, 64, &c.number),
+         "none from a router advertisement"},
+        {Bare, CALL(drv_net_DelIpv6Address, "nosuch0", nullptr), "null address"},
+        {Bare, CALL(drv_net_DelIpv6Address, "nosuch0", "2001:db8::5"), "missing interface"},
+        {Live, CALL(drv_net_DelIpv6Address, "lan1", "2001:db8::99"), "not the current address"},
+        {Bare, CALL(drv_net_GetIpv6AddrList, nullptr, &c.v6list), "null name"},
+        {Bare, CALL(drv_net_GetIpv6AddrList, "nosuch0", &c.v6list), "missing interface"},
+        {Bare, CALL(drv_net_SetIpv6Gateway, nullptr, nullptr), "placeholder"},
+        {Bare, CALL(drv_net_SetSpeedDuplex, nullptr, NET_SPEED_DUPLEX_AUTO), "null name"},
+        {Bare, CALL(drv_net_SetSpeedDuplex, "nosuch0", kBadMode), "missing interface"},
+        {Live, CALL(drv_net_SetSpeedDuplex, "tap0", static_cast<NetSpeedDuplexMode>(9)),
+         "mode 9 taken as auto: no descriptor left", 0, Need::Ethtool},
+        {Bare, CALL(drv_net_GetSpeedDuplex, "nosuch0", nullptr), "null mode"},
+        {Bare, CALL(drv_net_GetSpeedDuplex, "nosuch0", &c.mode), "missing interface"},
+        {Bare, CALL(drv_net_GetMaxSupportSpeedx, nullptr, &c.mode), "null name"},
+        {Bare, CALL(drv_net_GetMaxSupportSpeedx, "nosuch0", &c.mode), "missing interface"},
+        {Bare, CALL(drv_net_GetDefNetCard, nullptr, 16), "null buffer"},
+        {Bare, CALL(drv_net_GetDefNetCard, c.text, 16), "missing package"},
+        {Bare, CALL(drv_net_SetDefaultEth, nullptr), "null name"},
+        {Bare, CALL(drv_net_SetDefaultEth, "lan1"), "kept"},
+        {Bare, CALL(drv_net_GetDefaultEth, nullptr, 16), "null buffer"},
+        {Bare, CALL(drv_net_GetDefaultEth, c.text, 16), "copied"},
+        {Bare, CALL(update_active_interface), "no client address"},
 
         // ---- Address conversion and checks --------------------------------------------------
         {Bare, CALL(INET_Ipv4StrToNum, nullptr, c.bytes), "null text"},
