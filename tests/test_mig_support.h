@@ -1,0 +1,182 @@
+// Shared pieces of the configuration-version suites: an old-layout device and the records its
+// readers give, the records as one line each, the stand-in generator's package, and one
+// timed start-up as the companion stand-in records it.
+#pragma once
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+
+#include <string>
+#include <vector>
+
+#include "companion.h"
+#include "libnetwork.h"
+#include "sandbox.h"
+#include "test_cfg_common.h"
+
+namespace migtest
+{
+
+using cfgtest::Lines;
+using cfgtest::param;
+using cfgtest::plain;
+
+inline const char kOnePort[] = "eth0";
+inline const char kTwoPorts[] = "lan1,lan2";
+inline const std::string kReboot = "SYS_Reboot: reboot requested (host stand-in, not rebooting)";
+inline const std::string kSingleStamp = "\nconfig version 'net_version'\n\toption single '1.00'\n";
+
+inline std::string tagged(const std::string &func, const std::string &tag, const std::string &msg)
+{
+    return sandbox::expect_line(func, tag + " \"" + msg + "\"");
+}
+inline std::string missing(const std::string &sec)
+{
+    return plain("NET_GetSection", sec + ".\\n");
+}
+inline Lines operator+(Lines a, const Lines &b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+inline void write_pkg(const std::string &pkg, const std::string &text)
+{
+    sandbox::write_file("/etc/config/" + pkg, text);
+}
+inline std::string read_pkg(const std::string &pkg)
+{
+    return sandbox::read_file("/etc/config/" + pkg);
+}
+// What the stand-in scripts recorded ("config_generate", "network restart", "lldpd stop").
+inline std::string script_log()
+{
+    return sandbox::read_file("/tmp/network-script.log");
+}
+
+// The old firmware's packages: one port, static IPv4, IPv6 set by hand.
+inline const std::string kOldLan =
+    "config interface 'lan'\n\toption ifname 'eth0'\n\toption type 'bridge'\n"
+    "\toption ipaddr '10.20.30.40'\n\toption netmask '255.255.0.0'\n"
+    "\toption gateway '10.20.0.1'\n\toption ip6addr '2001:db8:5::40/64'\n"
+    "\toption ip6gw '2001:db8:5::1'\n";
+inline void install_old_device()
+{
+    write_pkg("network", kOldLan);
+    write_pkg("tcpip", "config tcpip 'tcpip'\n\toption ipv4dhcpmode 'false'\n"
+                       "\toption ipv6mode 'true'\n\toption cardtype '3'\n\toption mtu '1400'\n"
+                       "\tlist dns '10.20.0.53'\n\tlist dns '9.9.9.9'\n");
+    write_pkg("ddns", "config ddns 'ddns'\n\toption enable 'true'\n\toption type 'NO-IP'\n"
+                      "\toption domain 'cam.example.org'\n\toption username 'owner'\n"
+                      "\toption password 'secret'\n\toption port '8245'\n");
+    write_pkg("pppoe", "config pppoe 'pppoe'\n\toption enable 'false'\n"
+                       "\toption interface 'eth0'\n\toption username 'dsl'\n"
+                       "\toption password 'pw'\n");
+    write_pkg("port", "config port 'port'\n\toption httpport '8080'\n\toption httpsport '8443'\n"
+                      "\toption rtspport '8554'\nconfig portmapping 'portmapping'\n"
+                      "\toption enable 'true'\n\toption mode '1'\n"
+                      "\toption HTTP_extport '18080'\n\toption RTSP_extport '18554'\n");
+    write_pkg("uhttpd", "config uhttpd 'main'\n\tlist listen_http '0.0.0.0:8080'\n"
+                        "\tlist listen_https '0.0.0.0:8443'\n");
+}
+
+// The records as one line each, texts within their fields' bounds.
+inline std::string text(const NetEtherCfg &c)
+{
+    char b[512];
+    snprintf(b, sizeof b,
+             "card=%d v4=%d mtu=%d %.16s/%.16s gw %.16s v6=%d %.46s/%d gw %.46s dns %.16s %.16s",
+             c.iCardType, c.iIpv4Mode, c.iMtu, c.szIpv4Addr, c.szIpv4Mask, c.szIpv4Gateway,
+             c.iIpv6Mode, c.szIpv6Addr, c.iIpv6PrefixLen, c.szIpv6Gateway, c.szDns1, c.szDns2);
+    return b;
+}
+inline std::string text(const NetDdnsCfg &c)
+{
+    char b[512];
+    snprintf(b, sizeof b, "on=%d type=%d server=%.65s domain=%.65s port=%u user=%.33s pw=%.17s",
+             c.iEnable, c.iType, c.szServerDomain, c.szDdnsDomain, c.usPort, c.szUserName,
+             c.szPassword);
+    return b;
+}
+inline std::string text(const NetPppoeCfg &c)
+{
+    char b[256];
+    snprintf(b, sizeof b, "on=%d if=%.16s user=%.33s pw=%.17s", c.iEnable, c.szInterface,
+             c.szUserName, c.szPassword);
+    return b;
+}
+inline std::string text(const NetPortCfg &c)
+{
+    char b[256];
+    snprintf(b, sizeof b, "http=%u rtsp=%u https=%u map=%d mode=%d ext http=%u rtsp=%u",
+             c.usHttpPort, c.usRtspPort, c.usHttpsPort, c.iPortMapEnable, c.iPortMapMode,
+             c.usExtHttpPort, c.usExtRtspPort);
+    return b;
+}
+
+// What the old readers give for install_old_device().
+inline const std::vector<std::string> kOldRecords = {
+    "card=3 v4=0 mtu=1400 10.20.30.40/255.255.0.0 gw 10.20.0.1 v6=1 2001:db8:5::40/64 gw "
+    "2001:db8:5::1 dns 10.20.0.53 9.9.9.9",
+    "on=1 type=1 server= domain=cam.example.org port=8245 user=owner pw=secret",
+    "on=0 if=eth0 user=dsl pw=pw",
+    "http=8080 rtsp=8554 https=8443 map=1 mode=1 ext http=18080 rtsp=18554"};
+
+// A record zeroed, filled by a reader, as one line; "-1" when the reader fails.
+template <class Rec> std::string read_line(int (*reader)(Rec *))
+{
+    Rec r;
+    memset(&r, 0, sizeof r);
+    return reader(&r) == 0 ? text(r) : "-1";
+}
+inline std::vector<std::string> old_records()
+{
+    return {read_line(NET_GetOldEthCfg), read_line(NET_GetOldDdnsCfg),
+            read_line(NET_GetOldPppoeCfg), read_line(NET_GetOldPortCfg)};
+}
+inline std::string ether(const char *ifname)
+{
+    NetEtherCfg c;
+    memset(&c, 0, sizeof c);
+    return NET_GetEtherCfg(ifname, &c) == 0 ? text(c) : "-1";
+}
+
+// The package the stand-in generator writes for a kind of device, plus extra text; the
+// device's own capability is kept and the script trace emptied.
+inline std::string generated(const char *kind, const std::string &extra = "")
+{
+    const char *own = getenv("NETLIB_CAP_IFNAMES");
+    std::string device = own != nullptr ? own : kOnePort;
+    sandbox::set_device(kind);
+    sandbox::must(
+        "rm -f /etc/config/network && /bin/config_generate && : >/tmp/network-script.log");
+    sandbox::set_device(device);
+    write_pkg("network", read_pkg("network") + extra);
+    return read_pkg("network");
+}
+
+// The first port of a generated two-interface package.
+inline const char kLan1Default[] = "card=0 v4=0 mtu=1500 192.168.1.10/255.255.255.0 gw "
+                                   "192.168.1.1 v6=2 /0 gw  dns 192.168.1.1 ";
+
+// One start-up: its result, the reboots the companion stand-in recorded, its log, its time.
+struct Start {
+    int result, reboots;
+    Lines lines;
+    double seconds;
+};
+inline Start start_up()
+{
+    sandbox::FdCheck fds;
+    sandbox::LogCapture log;
+    int before = COMP_GetRebootCount();
+    timespec t0, t1;
+    clock_gettime(CLOCK_MONOTONIC, &t0);
+    int rc = NET_ConvertConfig();
+    clock_gettime(CLOCK_MONOTONIC, &t1);
+    return {rc, COMP_GetRebootCount() - before, log.texts(),
+            static_cast<double>(t1.tv_sec - t0.tv_sec) + (t1.tv_nsec - t0.tv_nsec) / 1e9};
+}
+
+} // namespace migtest
