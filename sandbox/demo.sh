@@ -10,6 +10,8 @@ if [ -z "${NETLIB_IN_DEVICE:-}" ]; then
     exit 2
 fi
 export PATH="$BUILD/tools:$PATH"
+# The device's own scripts find the tool where the camera keeps it.
+[ -x /usr/bin/netlibctl ] || ln -sf "$BUILD/tools/netlibctl" /usr/bin/netlibctl
 first=${NETLIB_CAP_IFNAMES%%,*}
 two_ports=0
 [ "$NETLIB_CAP_IFNAMES" = lan1,lan2 ] && two_ports=1

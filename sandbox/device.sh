@@ -114,7 +114,7 @@ export NETLIB_REBOOT_FILE=/tmp/reboot-requests
 /bin/config_generate
 
 # Bring the ports up from the stored package, as the device's start does.
-if command -v netlibctl >/dev/null 2>&1; then
+if [ -x /usr/bin/netlibctl ]; then
     /etc/init.d/network start || echo "device.sh: applying the stored configuration failed" \
         "(see /tmp/network-script.log)" >&2
 else
