@@ -6,6 +6,20 @@
 
 #define MAX_ARGS 3
 
+/* Sections of the package by name while it is parsed, so that a long file does not look up
+ * every "config" line's name among all the sections before it. Built once the package has
+ * INDEX_FROM sections; a name maps to its first section in list order, as uci_find finds
+ * it. Without memory for it, lookups go back to walking the list. */
+#define INDEX_FROM 32
+
+struct sec_index {
+    struct uci_package *pkg; /* the package the slots describe */
+    struct uci_section **slot;
+    size_t mask;
+    size_t used;
+    bool failed;
+};
+
 struct grammar {
     struct uci_context *ctx;
     struct uci_lexer lx;
@@ -17,7 +31,126 @@ struct grammar {
     char *argv[MAX_ARGS]; /* inside the lexer's argument buffer */
     int argc;
     const char *reason; /* grammar error of the current line */
+    struct sec_index index;
 };
+
+static size_t name_hash(const char *s)
+{
+    size_t h = 5381;
+
+    for (; *s; s++)
+        h = h * 33 + (unsigned char)*s;
+    return h;
+}
+
+static void index_free(struct sec_index *ix)
+{
+    free(ix->slot);
+    ix->slot = NULL;
+    ix->mask = 0;
+    ix->used = 0;
+}
+
+/* Adds s unless a section of that name is there already (the earlier one stays first). */
+static bool index_put(struct sec_index *ix, struct uci_section *s)
+{
+    size_t i;
+
+    if ((ix->used + 1) * 2 > ix->mask + 1) {
+        struct sec_index bigger = {ix->pkg, NULL, ix->mask * 2 + 1, 0, false};
+        bigger.slot = calloc(bigger.mask + 1, sizeof(*bigger.slot));
+        if (!bigger.slot)
+            return false;
+        for (i = 0; i <= ix->mask; i++) {
+            if (ix->slot[i])
+                index_put(&bigger, ix->slot[i]);
+        }
+        free(ix->slot);
+        *ix = bigger;
+    }
+    for (i = name_hash(s->e.name) & ix->mask; ix->slot[i]; i = (i + 1) & ix->mask) {
+        if (strcmp(ix->slot[i]->e.name, s->e.name) == 0)
+            return true;
+    }
+    ix->slot[i] = s;
+    ix->used++;
+    return true;
+}
+
+static void index_give_up(struct sec_index *ix)
+{
+    index_free(ix);
+    ix->failed = true;
+}
+
+/* Indexes the package's sections once it has enough of them to pay off. */
+static void index_build(struct sec_index *ix, struct uci_package *p)
+{
+    struct uci_element *e;
+
+    if (p->n_section < INDEX_FROM)
+        return;
+    ix->mask = 63;
+    ix->slot = calloc(ix->mask + 1, sizeof(*ix->slot));
+    if (!ix->slot) {
+        index_give_up(ix);
+        return;
+    }
+    uci_foreach_element(&p->sections, e)
+    {
+        if (!index_put(ix, uci_to_section(e))) {
+            index_give_up(ix);
+            return;
+        }
+    }
+}
+
+/* The first section of the package with that name, as uci_find gives it. */
+static struct uci_section *find_section(struct grammar *g, const char *name)
+{
+    struct sec_index *ix = &g->index;
+    size_t i;
+
+    if (ix->pkg != g->pkg) {
+        index_free(ix);
+        ix->pkg = g->pkg;
+        ix->failed = false;
+    }
+    if (!ix->slot && !ix->failed)
+        index_build(ix, g->pkg);
+    if (!ix->slot)
+        return (struct uci_section *)uci_find(&g->pkg->sections, name);
+    for (i = name_hash(name) & ix->mask; ix->slot[i]; i = (i + 1) & ix->mask) {
+        if (strcmp(ix->slot[i]->e.name, name) == 0)
+            return ix->slot[i];
+    }
+    return NULL;
+}
+
+/* A section the parse has just added at the end of the package. */
+static void index_added(struct grammar *g, struct uci_section *s)
+{
+    struct sec_index *ix = &g->index;
+
+    if (s && ix->slot && ix->pkg == g->pkg && !index_put(ix, s))
+        index_give_up(ix);
+}
+
+/* A section object the parse has put in the place of another of the same name. */
+static void index_replaced(struct grammar *g, struct uci_section *old, struct uci_section *s)
+{
+    struct sec_index *ix = &g->index;
+    size_t i;
+
+    if (!ix->slot || ix->pkg != g->pkg || old == s)
+        return;
+    for (i = name_hash(s->e.name) & ix->mask; ix->slot[i]; i = (i + 1) & ix->mask) {
+        if (ix->slot[i] == old) {
+            ix->slot[i] = s;
+            return;
+        }
+    }
+}
 
 /* Parse errors of a line are reported through g->reason; other failures are returned. */
 static int fail(struct grammar *g, const char *reason)
@@ -125,18 +258,27 @@ static int cmd_config(struct grammar *g)
     rc = ensure_package(g, g->name);
     if (rc || g->reason)
         return rc;
-    if (!name)
-        return uci_do_add_section(g->ctx, g->pkg, type, &g->sec);
+    if (!name) {
+        struct uci_section *added = NULL;
+        rc = uci_do_add_section(g->ctx, g->pkg, type, &added);
+        if (added)
+            g->sec = added;
+        index_added(g, added);
+        return rc;
+    }
 
-    s = (struct uci_section *)uci_find(&g->pkg->sections, name);
+    s = find_section(g, name);
     if (s && strcmp(s->type, type) == 0) {
         g->sec = s;
         return 0;
     }
     if (s && (g->ctx->flags & UCI_FLAG_STRICT))
         return fail(g, "section of different type overwrites prior section with same name");
-    if (s)
-        return section_set_type(g, s, type);
+    if (s) {
+        rc = section_set_type(g, s, type);
+        index_replaced(g, s, g->sec);
+        return rc;
+    }
 
     struct uci_ptr ptr = {0};
     ptr.flags = UCI_LOOKUP_DONE;
@@ -146,6 +288,7 @@ static int cmd_config(struct grammar *g)
     ptr.value = type;
     rc = uci_do_set(g->ctx, &ptr);
     g->sec = ptr.s;
+    index_added(g, ptr.s);
     return rc;
 }
 
@@ -275,6 +418,7 @@ int uci_parse_buffer(struct uci_context *ctx, const char *buf, size_t len, enum 
     uci_lex_init(&g.lx, buf, len);
     rc = parse_all(&g);
     uci_lex_free(&g.lx);
+    index_free(&g.index);
     if (rc && mode != UCI_PARSE_LOAD) {
         /* drop the packages this import created */
         while (ctx->root.prev != mark)
