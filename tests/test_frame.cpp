@@ -17,7 +17,8 @@
 using sandbox::expect_line;
 using sandbox::LogCapture;
 
-namespace {
+namespace
+{
 
 std::string ptr_text(const void *p)
 {
@@ -25,35 +26,6 @@ std::string ptr_text(const void *p)
     snprintf(buf, sizeof buf, "%p", p);
     return buf;
 }
-
-// Lowers the descriptor limit to what is open now and fills every gap below it, so the
-// next socket() fails with EMFILE.
-class NoMoreDescriptors {
-  public:
-    NoMoreDescriptors()
-    {
-        getrlimit(RLIMIT_NOFILE, &saved_);
-        int highest = 0;
-        for (int fd = 0; fd < 4096; ++fd)
-            if (fcntl(fd, F_GETFD) != -1)
-                highest = fd;
-        struct rlimit low = saved_;
-        low.rlim_cur = static_cast<rlim_t>(highest + 1);
-        setrlimit(RLIMIT_NOFILE, &low);
-        for (int fd; (fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;)
-            fillers_.push_back(fd);
-    }
-    ~NoMoreDescriptors()
-    {
-        for (int fd : fillers_)
-            close(fd);
-        setrlimit(RLIMIT_NOFILE, &saved_);
-    }
-
-  private:
-    struct rlimit saved_;
-    std::vector<int> fillers_;
-};
 
 } // namespace
 
@@ -108,7 +80,8 @@ TEST(Frame, GetIntfNamesRefusesNull)
     EXPECT_EQ(3, log.lines()[0].level);
 }
 
-class FrameNet : public ::testing::Test {
+class FrameNet : public ::testing::Test
+{
   protected:
     void SetUp() override
     {
@@ -246,7 +219,7 @@ TEST_F(FrameNet, GetMacAddrFailures)
     }
     {
         LogCapture log;
-        NoMoreDescriptors limit;
+        sandbox::NoMoreDescriptors limit;
         EXPECT_EQ(-1, NET_GetMacAddr("lan1", buf, sizeof buf));
         EXPECT_EQ(std::vector<std::string>{expect_line(
                       "NET_GetMacAddr", "PL_OPEN_SOCKET_ERROR_PRINT \"iFd: -1\\n\"")},
@@ -262,9 +235,9 @@ TEST_F(FrameNet, GetMacAddrNumRefusals)
         bool nullBuf;
         int result;
     } cases[] = {
-        {"lan1", 6, false, 0},   {"lan1", 7, false, 0},     {"lan1", 5, false, -1},
-        {"lan1", 0, false, -1},  {"lo", 16, false, -1},     {nullptr, 16, false, -1},
-        {"lan1", 16, true, -1},  {"nosuchdev", 16, false, -1},
+        {"lan1", 6, false, 0},  {"lan1", 7, false, 0},        {"lan1", 5, false, -1},
+        {"lan1", 0, false, -1}, {"lo", 16, false, -1},        {nullptr, 16, false, -1},
+        {"lan1", 16, true, -1}, {"nosuchdev", 16, false, -1},
     };
     sandbox::FdCheck fds;
     LogCapture log;
@@ -286,7 +259,7 @@ TEST_F(FrameNet, GetMacAddrNumRefusesBeforeOpeningASocket)
     // With no descriptor left, any socket() would fail and print "Socket: ..." on stderr.
     ::testing::internal::CaptureStderr();
     {
-        NoMoreDescriptors limit;
+        sandbox::NoMoreDescriptors limit;
         EXPECT_EQ(-1, NET_GetMacAddrNum("lo", reinterpret_cast<unsigned char *>(this), 16));
         unsigned char mac[8];
         EXPECT_EQ(-1, NET_GetMacAddrNum("lan1", mac, 5));
@@ -295,7 +268,7 @@ TEST_F(FrameNet, GetMacAddrNumRefusesBeforeOpeningASocket)
 
     ::testing::internal::CaptureStderr();
     {
-        NoMoreDescriptors limit;
+        sandbox::NoMoreDescriptors limit;
         unsigned char mac[8];
         EXPECT_EQ(-1, NET_GetMacAddrNum("lan1", mac, 8));
     }
@@ -330,7 +303,7 @@ TEST(Frame, IsPortUsed)
 
     LogCapture log;
     {
-        NoMoreDescriptors limit;
+        sandbox::NoMoreDescriptors limit;
         EXPECT_EQ(0, NET_IsPortUsed(port)) << "cannot tell: reported free";
     }
     EXPECT_EQ(std::vector<std::string>{expect_line(

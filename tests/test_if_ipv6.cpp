@@ -91,36 +91,6 @@ std::string addrs_of(const std::string &dev)
     return sandbox::sh_out("ip -6 -o addr show dev " + dev + " | awk '{print $4}'");
 }
 
-// Lowers the descriptor limit to what is open now and fills every gap below it, so the
-// next socket() fails: a call that opens one then says so in its log.
-class NoMoreDescriptors
-{
-  public:
-    NoMoreDescriptors()
-    {
-        getrlimit(RLIMIT_NOFILE, &saved_);
-        int highest = 0;
-        for (int fd = 0; fd < 4096; ++fd)
-            if (fcntl(fd, F_GETFD) != -1)
-                highest = fd;
-        struct rlimit low = saved_;
-        low.rlim_cur = static_cast<rlim_t>(highest + 1);
-        setrlimit(RLIMIT_NOFILE, &low);
-        for (int fd; (fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;)
-            fillers_.push_back(fd);
-    }
-    ~NoMoreDescriptors()
-    {
-        for (int fd : fillers_)
-            close(fd);
-        setrlimit(RLIMIT_NOFILE, &saved_);
-    }
-
-  private:
-    struct rlimit saved_;
-    std::vector<int> fillers_;
-};
-
 } // namespace
 
 class Ipv6 : public ::testing::Test
@@ -428,7 +398,7 @@ TEST_F(Ipv6, PrefixRangeIsRefusedBeforeASocket)
         LogCapture log;
         int result;
         {
-            NoMoreDescriptors none;
+            sandbox::NoMoreDescriptors none;
             result = c.call();
         }
         EXPECT_EQ(-1, result);

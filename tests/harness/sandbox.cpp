@@ -9,6 +9,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,8 +20,10 @@
 
 #include "companion.h"
 
-namespace sandbox {
-namespace {
+namespace sandbox
+{
+namespace
+{
 
 bool g_available = false;
 std::string g_why = "sandbox not entered";
@@ -125,8 +128,14 @@ bool enter()
     return true;
 }
 
-bool available() { return g_available; }
-const std::string &why_unavailable() { return g_why; }
+bool available()
+{
+    return g_available;
+}
+const std::string &why_unavailable()
+{
+    return g_why;
+}
 
 int sh(const std::string &cmd)
 {
@@ -168,10 +177,22 @@ void veth(const std::string &name, const std::string &peerName, Peer *peer)
     must("ip link set " + name + " up");
 }
 
-void tap(const std::string &name) { must("ip tuntap add dev " + name + " mode tap"); }
-void bridge(const std::string &name) { must("ip link add " + name + " type bridge"); }
-void link_up(const std::string &name) { must("ip link set " + name + " up"); }
-void link_down(const std::string &name) { must("ip link set " + name + " down"); }
+void tap(const std::string &name)
+{
+    must("ip tuntap add dev " + name + " mode tap");
+}
+void bridge(const std::string &name)
+{
+    must("ip link add " + name + " type bridge");
+}
+void link_up(const std::string &name)
+{
+    must("ip link set " + name + " up");
+}
+void link_down(const std::string &name)
+{
+    must("ip link set " + name + " down");
+}
 
 void addr_add(const std::string &dev, const std::string &cidr)
 {
@@ -265,7 +286,10 @@ void Peer::must(const std::string &cmd) const
     EXPECT_EQ(0, st) << "peer command failed: " << cmd;
 }
 
-void set_device(const std::string &ifnames) { setenv("NETLIB_CAP_IFNAMES", ifnames.c_str(), 1); }
+void set_device(const std::string &ifnames)
+{
+    setenv("NETLIB_CAP_IFNAMES", ifnames.c_str(), 1);
+}
 
 void write_file(const std::string &path, const std::string &content, int mode)
 {
@@ -297,8 +321,14 @@ void write_script(const std::string &path, const std::string &body)
     write_file(path, "#!/bin/sh\n" + body + "\n", 0755);
 }
 
-LogCapture::LogCapture() { COMP_SetLogSink(&LogCapture::sink, this); }
-LogCapture::~LogCapture() { COMP_SetLogSink(nullptr, nullptr); }
+LogCapture::LogCapture()
+{
+    COMP_SetLogSink(&LogCapture::sink, this);
+}
+LogCapture::~LogCapture()
+{
+    COMP_SetLogSink(nullptr, nullptr);
+}
 
 void LogCapture::sink(int, int level, const char *line, void *ctx)
 {
@@ -359,6 +389,34 @@ int open_fd_count()
     return n - 3; // ".", ".." and the directory's own descriptor
 }
 
-std::string source_path(const std::string &rel) { return std::string(NETLIB_SOURCE_DIR) + "/" + rel; }
+NoMoreDescriptors::NoMoreDescriptors()
+{
+    struct rlimit lim;
+    getrlimit(RLIMIT_NOFILE, &lim);
+    savedCur_ = lim.rlim_cur;
+    int highest = 0;
+    for (int fd = 0; fd < 4096; ++fd)
+        if (fcntl(fd, F_GETFD) != -1)
+            highest = fd;
+    lim.rlim_cur = static_cast<rlim_t>(highest + 1);
+    setrlimit(RLIMIT_NOFILE, &lim);
+    for (int fd; (fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;)
+        fillers_.push_back(fd);
+}
+
+NoMoreDescriptors::~NoMoreDescriptors()
+{
+    for (int fd : fillers_)
+        close(fd);
+    struct rlimit lim;
+    getrlimit(RLIMIT_NOFILE, &lim);
+    lim.rlim_cur = static_cast<rlim_t>(savedCur_);
+    setrlimit(RLIMIT_NOFILE, &lim);
+}
+
+std::string source_path(const std::string &rel)
+{
+    return std::string(NETLIB_SOURCE_DIR) + "/" + rel;
+}
 
 } // namespace sandbox

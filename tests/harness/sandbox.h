@@ -10,7 +10,8 @@
 #include <string>
 #include <vector>
 
-namespace sandbox {
+namespace sandbox
+{
 
 // Entered once by the test main, before any test runs.
 bool enter();
@@ -22,10 +23,10 @@ bool available();
 const std::string &why_unavailable();
 
 // Skips the current test, saying why, when the sandbox is not there.
-#define REQUIRE_SANDBOX()                                                                      \
-    do {                                                                                       \
-        if (!::sandbox::available())                                                           \
-            GTEST_SKIP() << "sandbox unavailable: " << ::sandbox::why_unavailable();           \
+#define REQUIRE_SANDBOX()                                                                          \
+    do {                                                                                           \
+        if (!::sandbox::available())                                                               \
+            GTEST_SKIP() << "sandbox unavailable: " << ::sandbox::why_unavailable();               \
     } while (0)
 
 // ---- Shell, inside the sandbox ----------------------------------------------------------
@@ -51,7 +52,8 @@ void addr_add(const std::string &dev, const std::string &cidr);
 void set_mac(const std::string &dev, const std::string &mac);
 
 // A neighbour: a process in a network namespace of its own, alive as long as the object.
-class Peer {
+class Peer
+{
   public:
     Peer();
     ~Peer();
@@ -89,7 +91,8 @@ struct LogLine {
 };
 
 // Captures every line the library logs while it lives.
-class LogCapture {
+class LogCapture
+{
   public:
     LogCapture();
     ~LogCapture();
@@ -115,13 +118,29 @@ std::string expect_line(const std::string &func, const std::string &tagAndMsg);
 int open_fd_count();
 
 // Fails the test if the number of open descriptors differs at the end of the scope.
-class FdCheck {
+class FdCheck
+{
   public:
     FdCheck() : before_(open_fd_count()) {}
     ~FdCheck() { EXPECT_EQ(before_, open_fd_count()) << "descriptor count changed"; }
 
   private:
     int before_;
+};
+
+// Lowers the descriptor limit to what is open now and fills every gap below it, so the next
+// socket() or open() fails with EMFILE: a call that opens one then shows it.
+class NoMoreDescriptors
+{
+  public:
+    NoMoreDescriptors();
+    ~NoMoreDescriptors();
+    NoMoreDescriptors(const NoMoreDescriptors &) = delete;
+    NoMoreDescriptors &operator=(const NoMoreDescriptors &) = delete;
+
+  private:
+    unsigned long savedCur_;
+    std::vector<int> fillers_;
 };
 
 // Path of a file of the source tree (for example "sandbox/stubs/network").
