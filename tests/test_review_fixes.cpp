@@ -1,12 +1,20 @@
 // Faults found by reading the sources for what a caller or the network can make the library
-// do: a zero capacity that wrapped, server texts that spanned lines, and probe time-outs past
-// what the C library's 32-bit microseconds hold.
+// do: a zero capacity that wrapped, server texts that spanned lines, probe time-outs past
+// what the C library's 32-bit microseconds hold, and a listing of the configuration directory
+// sized by one pass over it and filled by another.
 #include <arpa/inet.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <stdlib.h>
 #include <string.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include <uci.h>
 
 #include "libnetwork.h"
 #include "sandbox.h"
@@ -131,4 +139,43 @@ TEST_F(LongTimeOut, ProbesAnsweredWithinAnHourLongWait)
         EXPECT_EQ(1, collision) << "the neighbour holds the address";
         EXPECT_LT(since(start), 5.0);
     }
+}
+
+// uci_list_configs counts the names of the directory, allocates, then reads the directory
+// again to fill the block: a longer name that appears in between was copied past its end.
+TEST(ReviewFixes, ConfigListingWhileTheDirectoryChanges)
+{
+    REQUIRE_SANDBOX();
+    char tmpl[] = "/tmp/configs.XXXXXX";
+    const std::string dir = mkdtemp(tmpl);
+    const std::string shortName = "a", longName(200, 'b');
+    pid_t churn = fork();
+    ASSERT_GE(churn, 0);
+    if (churn == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        const std::string a = dir + "/" + shortName, b = dir + "/" + longName;
+        for (;;) {
+            close(open(a.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+            unlink(b.c_str());
+            close(open(b.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+            unlink(a.c_str());
+        }
+    }
+    struct uci_context *ctx = uci_alloc_context();
+    uci_set_confdir(ctx, dir.c_str());
+    int listings = 0, odd = 0;
+    for (auto start = std::chrono::steady_clock::now();
+         std::chrono::steady_clock::now() - start < std::chrono::seconds(2); ++listings) {
+        char **list = nullptr;
+        if (uci_list_configs(ctx, &list) != 0)
+            continue;
+        for (char **p = list; *p != nullptr; ++p)
+            odd += (*p != shortName && *p != longName) ? 1 : 0;
+        free(list);
+    }
+    kill(churn, SIGKILL);
+    waitpid(churn, nullptr, 0);
+    uci_free_context(ctx);
+    sandbox::sh("rm -rf '" + dir + "'");
+    EXPECT_EQ(0, odd) << "names that are no names of the directory, in " << listings;
 }

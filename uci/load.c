@@ -158,10 +158,13 @@ UCI_API int uci_list_configs(struct uci_context *ctx, char ***list)
     s = out ? (char *)(out + n + 1) : NULL;
     rewinddir(dir);
     for (size_t i = 0; out && i < n && (d = readdir(dir)) != NULL;) {
-        if (!config_name(ctx->confdir, d->d_name))
+        size_t len = strlen(d->d_name) + 1;
+        /* the directory may have changed since it was counted: what no longer fits is left out */
+        if (len > bytes || !config_name(ctx->confdir, d->d_name))
             continue;
-        out[i++] = strcpy(s, d->d_name);
-        s += strlen(d->d_name) + 1;
+        out[i++] = memcpy(s, d->d_name, len);
+        s += len;
+        bytes -= len;
     }
     closedir(dir);
     if (!n)
