@@ -1,7 +1,7 @@
 // Descriptor audit: every exported function of libnetwork.h called on its failure paths (null
 // pointers, a missing interface, a missing package or section, a request the kernel refuses)
 // and, where it has none, on its plain path; after each call the process must hold exactly
-// the descriptors it held before, plus those the contract leaves open on purpose.
+// the descriptors it held before, plus those the interface leaves open on purpose.
 //
 // Left open on purpose (rows with leaks = 1, and nowhere else):
 //   - NET_SetSpeedDuplex with a mode outside 0 to 5, once the settings were read: its socket.
@@ -13,7 +13,7 @@
 //   - drv_net_GetSetDefaultEthCB (and createNetInterface through it) leaves open the package
 //     it loads to choose the default-card pair.
 // Paths not taken: NET_SendGratuitousPack and NET_GetIfNameByIp (its address) with a null
-// pointer dereference it by contract; success paths that hand a descriptor to the caller.
+// pointer dereference it, as documented; success paths that hand a descriptor to the caller.
 //
 // To cover a new exported function, add its rows to the table below; the coverage test fails
 // while a function of the header has none.
