@@ -152,9 +152,10 @@ int drv_net_DelIpv6Address(const char *pcIfName, const char *pcIpv6Addr)
 {
     DRV_REQUIRE(pcIfName);
     DRV_REQUIRE(pcIpv6Addr);
-    char current[32] = {0};
+    // 32 characters as read, plus a terminator the comparison below can stop at.
+    char current[33] = {0};
     int prefix = 0;
-    if (drv_net_GetIpv6Addr(pcIfName, current, sizeof current, &prefix) != 0)
+    if (drv_net_GetIpv6Addr(pcIfName, current, sizeof current - 1, &prefix) != 0)
         return -1;
     // Only the current address, compared over the given text's length.
     if (strncmp(current, pcIpv6Addr, strlen(pcIpv6Addr)) != 0)

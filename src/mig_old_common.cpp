@@ -25,7 +25,8 @@ void ensure_package_file(const char *pkgName)
     snprintf(path, sizeof path, "%s/%s", kConfigDir, pkgName);
     if (access(path, F_OK) == 0)
         return;
-    UniqueFd fd(open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
+    // Owner only, as libuci creates packages: the ddns and pppoe ones hold passwords.
+    UniqueFd fd(open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
 }
 
 } // namespace

@@ -180,3 +180,20 @@ TEST(DrvAdapters, SpeedModesAreNormalised)
     EXPECT_EQ(expect_line("drv_net_GetMaxSupportSpeedx", "\"NET_GetSpeedDuplex fail.\\n\""),
               log.texts().back());
 }
+
+TEST(DrvAdapters, DeleteOnlyTheCurrentAddress)
+{
+    REQUIRE_SANDBOX();
+    sandbox::tap("tap0");
+    sandbox::link_up("tap0");
+    sandbox::addr_add("tap0", "2001:db8:1111:2222:3333:4444:5555:6666/64");
+    // The current address is read into 32 characters: a 39-character one never matches
+    // in full, and the comparison stays within what was read.
+    EXPECT_EQ(-1, drv_net_DelIpv6Address("tap0", "2001:db8:1111:2222:3333:4444:5555:6666"));
+    EXPECT_EQ(-1, drv_net_DelIpv6Address("tap0", "2001:db8:9::1"));
+    sandbox::must("ip -6 addr flush dev tap0 scope global");
+    sandbox::addr_add("tap0", "2001:db8:1::10/64");
+    EXPECT_EQ(0, drv_net_DelIpv6Address("tap0", "2001:db8:1::10"));
+    EXPECT_EQ(std::string::npos,
+              sandbox::sh_out("ip -6 addr show dev tap0").find("2001:db8:1::10"));
+}

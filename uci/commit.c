@@ -173,7 +173,7 @@ int uci_do_commit(struct uci_context *ctx, struct uci_package **pp, bool overwri
 {
     struct uci_package *p = *pp;
     char *path;
-    int fd, dirfd, savefd = -1, count = 0, rc;
+    int fd = -1, dirfd = -1, savefd = -1, count = 0, rc;
 
     if (p->path)
         path = uci_strdup(p->path);
