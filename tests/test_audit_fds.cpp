@@ -150,38 +150,11 @@ struct Loaded {
     }
 };
 
-#if defined(__SANITIZE_ADDRESS__)
-// Cancelling unwinds the library's frames without the sanitizer unpoisoning them.
-struct AfterCancel {
-    ~AfterCancel()
-    {
-        pthread_attr_t attr;
-        void *low = nullptr;
-        size_t size = 0;
-        if (pthread_getattr_np(pthread_self(), &attr) != 0)
-            return;
-        pthread_attr_getstack(&attr, &low, &size);
-        pthread_attr_destroy(&attr);
-        char *here = static_cast<char *>(__builtin_frame_address(0));
-        __asan_unpoison_memory_region(low, static_cast<size_t>(here - static_cast<char *>(low)));
-    }
-};
-#else
-struct AfterCancel {
-};
-#endif
-
-void *monitor(void *name)
-{
-    [[maybe_unused]] AfterCancel clean;
-    return net_DetectMacCollisionThread(name);
-}
-
 // A monitor that reached its loop (it names itself just before), then cancelled.
 void run_and_cancel_monitor(const char *ifname)
 {
     pthread_t t;
-    if (pthread_create(&t, nullptr, monitor, const_cast<char *>(ifname)) != 0)
+    if (pthread_create(&t, nullptr, sandbox::mac_monitor_thread, const_cast<char *>(ifname)) != 0)
         return;
     for (int i = 0; i < 2500; ++i) {
         char name[16] = {0};
@@ -690,7 +663,7 @@ const std::vector<Row> &rows()
         {Bare, CALL(NET_SetPppoeCfg, c.pppoe), "missing package"},
         {Store, CALL(NET_SetPppoeCfg, c.pppoe), "missing section"},
 
-        // ---- Collision detection, MAC monitor, gratuitous ARP, ping -------------------------
+        // ---- Collision detection, MAC monitor, gratuitous ARP, ping ------------------------------
         {Bare, CALL(NET_DetectIpv4Collision, nullptr, "10.0.0.1", 0, &c.number), "null name"},
         {Bare, CALL(NET_DetectIpv4Collision, "nosuch0", "10.0.0.1", 0, &c.number),
          "missing interface"},
@@ -861,19 +834,6 @@ std::vector<std::string> header_functions()
     return names;
 }
 
-bool ethtool_emulated()
-{
-    struct ethtool_value v = {ETHTOOL_GLINK, 0};
-    int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    struct ifreq ifr;
-    memset(&ifr, 0, sizeof ifr);
-    strncpy(ifr.ifr_name, "lo", IFNAMSIZ - 1);
-    ifr.ifr_data = reinterpret_cast<char *>(&v);
-    bool unsupported = ioctl(fd, SIOCETHTOOL, &ifr) < 0 && errno == ENOSYS;
-    close(fd);
-    return unsupported;
-}
-
 // Allocations of a scope are not reported as leaks (a package left open on purpose).
 class LeaksAllowed
 {
@@ -955,7 +915,7 @@ class Audit : public ::testing::Test
     // Runs the rows of a world, each measured on its own.
     void audit(World w)
     {
-        bool noEthtool = ethtool_emulated();
+        bool noEthtool = sandbox::ethtool_emulated();
         int ran = 0;
         sandbox::LogCapture quiet; // the failure lines are the calls' business, not ours
         for (const Row &r : rows()) {

@@ -73,43 +73,13 @@ bool wait_until(const std::function<bool()> &done, int msec = 10000)
     return true;
 }
 
-#if defined(__SANITIZE_ADDRESS__)
-// Cancelling unwinds the library's frames without the sanitizer unpoisoning them, and it
-// then trips over its own stale stack marks as the thread ends. Clearing them while the
-// cancellation unwinds through here keeps the report for real faults.
-struct AfterCancel {
-    ~AfterCancel()
-    {
-        pthread_attr_t attr;
-        void *low = nullptr;
-        size_t size = 0;
-        if (pthread_getattr_np(pthread_self(), &attr) != 0)
-            return;
-        pthread_attr_getstack(&attr, &low, &size);
-        pthread_attr_destroy(&attr);
-        // Everything below this frame belonged to the unwound ones.
-        char *here = static_cast<char *>(__builtin_frame_address(0));
-        __asan_unpoison_memory_region(low, static_cast<size_t>(here - static_cast<char *>(low)));
-    }
-};
-#else
-struct AfterCancel {
-};
-#endif
-
-void *monitor_thread(void *name)
-{
-    [[maybe_unused]] AfterCancel clean;
-    return net_DetectMacCollisionThread(name);
-}
-
 // A monitor thread as the application starts it; cancelled at the end when still running.
 class Monitor
 {
   public:
     explicit Monitor(const std::string &name) : name_(name)
     {
-        started_ = pthread_create(&thread_, nullptr, monitor_thread,
+        started_ = pthread_create(&thread_, nullptr, sandbox::mac_monitor_thread,
                                   const_cast<char *>(name_.c_str())) == 0;
     }
     ~Monitor()

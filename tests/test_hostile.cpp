@@ -170,34 +170,6 @@ std::vector<Bytes> garbage_arp(size_t count, const Mac &avoid, unsigned seed)
 
 // ---- The monitor thread ---------------------------------------------------------------------
 
-#if defined(__SANITIZE_ADDRESS__)
-// Cancelling unwinds the library's frames without the sanitizer unpoisoning them; clear the
-// stale stack marks while the cancellation unwinds through here.
-struct AfterCancel {
-    ~AfterCancel()
-    {
-        pthread_attr_t attr;
-        void *low = nullptr;
-        size_t size = 0;
-        if (pthread_getattr_np(pthread_self(), &attr) != 0)
-            return;
-        pthread_attr_getstack(&attr, &low, &size);
-        pthread_attr_destroy(&attr);
-        char *here = static_cast<char *>(__builtin_frame_address(0));
-        __asan_unpoison_memory_region(low, static_cast<size_t>(here - static_cast<char *>(low)));
-    }
-};
-#else
-struct AfterCancel {
-};
-#endif
-
-void *monitor_thread(void *name)
-{
-    [[maybe_unused]] AfterCancel clean;
-    return net_DetectMacCollisionThread(name);
-}
-
 bool wait_until(const std::function<bool()> &done, int msec)
 {
     auto end = Clock::now() + std::chrono::milliseconds(msec);
@@ -215,7 +187,7 @@ class Monitor
   public:
     explicit Monitor(const std::string &name) : name_(name)
     {
-        started_ = pthread_create(&thread_, nullptr, monitor_thread,
+        started_ = pthread_create(&thread_, nullptr, sandbox::mac_monitor_thread,
                                   const_cast<char *>(name_.c_str())) == 0;
     }
     ~Monitor()

@@ -57,20 +57,6 @@ std::string flags_of(const std::string &dev)
     return sandbox::sh_out("ip -o link show " + dev);
 }
 
-// qemu's user-mode emulator does not carry SIOCETHTOOL (ENOSYS) on the ARM test run.
-bool ethtool_emulated()
-{
-    struct ethtool_value v = {ETHTOOL_GLINK, 0};
-    int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    struct ifreq ifr;
-    memset(&ifr, 0, sizeof ifr);
-    strncpy(ifr.ifr_name, "lo", IFNAMSIZ - 1);
-    ifr.ifr_data = reinterpret_cast<char *>(&v);
-    bool unsupported = ioctl(fd, SIOCETHTOOL, &ifr) < 0 && errno == ENOSYS;
-    close(fd);
-    return unsupported;
-}
-
 } // namespace
 
 class Link : public ::testing::Test
@@ -164,7 +150,7 @@ TEST_F(Link, MtuLogLines)
 
 TEST_F(Link, CarrierFollowsTheCable)
 {
-    if (ethtool_emulated())
+    if (sandbox::ethtool_emulated())
         GTEST_SKIP() << "SIOCETHTOOL is not carried by this emulator";
     sandbox::FdCheck fds;
     int linked = -1;
@@ -182,7 +168,7 @@ TEST_F(Link, CarrierFollowsTheCable)
 
 TEST_F(Link, ForcedModesRoundTrip)
 {
-    if (ethtool_emulated())
+    if (sandbox::ethtool_emulated())
         GTEST_SKIP() << "SIOCETHTOOL is not carried by this emulator";
     sandbox::FdCheck fds;
     struct Case {
@@ -205,7 +191,7 @@ TEST_F(Link, ForcedModesRoundTrip)
 
 TEST_F(Link, AutoNegotiationAdvertisesEverything)
 {
-    if (ethtool_emulated())
+    if (sandbox::ethtool_emulated())
         GTEST_SKIP() << "SIOCETHTOOL is not carried by this emulator";
     force("tap0", AUTONEG_DISABLE, 100, DUPLEX_FULL, ADVERTISED_100baseT_Full);
     ASSERT_EQ(0, NET_SetSpeedDuplex("tap0", NET_SPEED_DUPLEX_AUTO));
@@ -225,7 +211,7 @@ TEST_F(Link, AutoNegotiationAdvertisesEverything)
 
 TEST_F(Link, UnmappedSettingsAreRefused)
 {
-    if (ethtool_emulated())
+    if (sandbox::ethtool_emulated())
         GTEST_SKIP() << "SIOCETHTOOL is not carried by this emulator";
     struct Case {
         int autoneg, speed, duplex;
@@ -249,7 +235,7 @@ TEST_F(Link, UnmappedSettingsAreRefused)
 
 TEST_F(Link, InvalidModeLeaksItsSocketOnPurpose)
 {
-    if (ethtool_emulated())
+    if (sandbox::ethtool_emulated())
         GTEST_SKIP() << "SIOCETHTOOL is not carried by this emulator";
     force("tap0", AUTONEG_DISABLE, 100, DUPLEX_FULL, 0);
     int before = sandbox::open_fd_count();
@@ -273,7 +259,7 @@ TEST_F(Link, InvalidModeLeaksItsSocketOnPurpose)
 
 TEST_F(Link, SupportSpeedComesFromTheAdvertisingMask)
 {
-    if (ethtool_emulated())
+    if (sandbox::ethtool_emulated())
         GTEST_SKIP() << "SIOCETHTOOL is not carried by this emulator";
     struct Case {
         unsigned int advertising;

@@ -3,6 +3,10 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <linux/ethtool.h>
+#include <linux/sockios.h>
+#include <net/if.h>
+#include <pthread.h>
 #include <sched.h>
 #include <signal.h>
 #include <stdio.h>
@@ -10,6 +14,8 @@
 #include <string.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,6 +25,11 @@
 #include <sstream>
 
 #include "companion.h"
+#include "libnetwork.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/asan_interface.h>
+#endif
 
 namespace sandbox
 {
@@ -412,6 +423,52 @@ NoMoreDescriptors::~NoMoreDescriptors()
     getrlimit(RLIMIT_NOFILE, &lim);
     lim.rlim_cur = static_cast<rlim_t>(savedCur_);
     setrlimit(RLIMIT_NOFILE, &lim);
+}
+
+bool ethtool_emulated()
+{
+    struct ethtool_value v = {ETHTOOL_GLINK, 0};
+    int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    struct ifreq ifr;
+    memset(&ifr, 0, sizeof ifr);
+    strncpy(ifr.ifr_name, "lo", IFNAMSIZ - 1);
+    ifr.ifr_data = reinterpret_cast<char *>(&v);
+    bool unsupported = ioctl(fd, SIOCETHTOOL, &ifr) < 0 && errno == ENOSYS;
+    close(fd);
+    return unsupported;
+}
+
+namespace
+{
+#if defined(__SANITIZE_ADDRESS__)
+// Cancelling unwinds the library's frames without the sanitizer unpoisoning them, and it
+// then trips over its own stale stack marks as the thread ends. Clearing them while the
+// cancellation unwinds through here keeps the report for real faults.
+struct AfterCancel {
+    ~AfterCancel()
+    {
+        pthread_attr_t attr;
+        void *low = nullptr;
+        size_t size = 0;
+        if (pthread_getattr_np(pthread_self(), &attr) != 0)
+            return;
+        pthread_attr_getstack(&attr, &low, &size);
+        pthread_attr_destroy(&attr);
+        // Everything below this frame belonged to the unwound ones.
+        char *here = static_cast<char *>(__builtin_frame_address(0));
+        __asan_unpoison_memory_region(low, static_cast<size_t>(here - static_cast<char *>(low)));
+    }
+};
+#else
+struct AfterCancel {
+};
+#endif
+} // namespace
+
+void *mac_monitor_thread(void *ifname)
+{
+    [[maybe_unused]] AfterCancel clean;
+    return net_DetectMacCollisionThread(ifname);
 }
 
 std::string source_path(const std::string &rel)

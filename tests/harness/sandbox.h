@@ -143,6 +143,13 @@ class NoMoreDescriptors
     std::vector<int> fillers_;
 };
 
+// True where SIOCETHTOOL is not carried (qemu's user-mode emulator answers ENOSYS).
+bool ethtool_emulated();
+
+// Thread entry for the MAC monitor under test (arg: the interface name). Under ASan it clears
+// the stale stack marks a cancellation leaves behind the library's unwound frames.
+void *mac_monitor_thread(void *ifname);
+
 // Path of a file of the source tree (for example "sandbox/stubs/network").
 std::string source_path(const std::string &rel);
 
