@@ -126,6 +126,7 @@ TEST(MigConvert, DecisionRowsThatDoNotWait)
 TEST(MigConvert, TwoInterfaceConversionsChooseTheCabledPort)
 {
     REQUIRE_SANDBOX();
+    SKIP_IF_EMULATED(sandbox::ethtool_emulated(), "SIOCETHTOOL");
     Lines noLan2;
     for (int i = 0; i < 5; ++i)
         noLan2 = noLan2 + Lines{tagged("NET_GetPortLinkStatus", "PL_IOCTL_ERROR_PRINT",

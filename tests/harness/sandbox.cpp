@@ -4,6 +4,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <linux/ethtool.h>
+#include <linux/ipv6.h>
 #include <linux/sockios.h>
 #include <net/if.h>
 #include <pthread.h>
@@ -434,6 +435,19 @@ bool ethtool_emulated()
     strncpy(ifr.ifr_name, "lo", IFNAMSIZ - 1);
     ifr.ifr_data = reinterpret_cast<char *>(&v);
     bool unsupported = ioctl(fd, SIOCETHTOOL, &ifr) < 0 && errno == ENOSYS;
+    close(fd);
+    return unsupported;
+}
+
+bool ipv6_addr_requests_emulated()
+{
+    struct in6_ifreq req;
+    memset(&req, 0, sizeof req);
+    req.ifr6_addr.s6_addr[15] = 2; // ::2, never held by lo
+    req.ifr6_prefixlen = 128;
+    req.ifr6_ifindex = 1;
+    int fd = socket(AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    bool unsupported = ioctl(fd, SIOCDIFADDR, &req) < 0 && errno == ENOSYS;
     close(fd);
     return unsupported;
 }

@@ -145,6 +145,15 @@ class NoMoreDescriptors
 
 // True where SIOCETHTOOL is not carried (qemu's user-mode emulator answers ENOSYS).
 bool ethtool_emulated();
+// True where the IPv6 address requests (in6_ifreq) are not carried, for the same reason.
+bool ipv6_addr_requests_emulated();
+
+// Skips the current test where the emulator does not carry the requests it makes.
+#define SKIP_IF_EMULATED(cond, what)                                                               \
+    do {                                                                                           \
+        if (cond)                                                                                  \
+            GTEST_SKIP() << what << " is not carried by this emulator";                            \
+    } while (0)
 
 // Thread entry for the MAC monitor under test (arg: the interface name). Under ASan it clears
 // the stale stack marks a cancellation leaves behind the library's unwound frames.
