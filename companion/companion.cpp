@@ -9,7 +9,8 @@
 #include <string.h>
 #include <syslog.h>
 
-namespace {
+namespace
+{
 
 constexpr int kNetModule = 32;
 constexpr int kMaxIfs = 8;

@@ -34,8 +34,8 @@ extern "C" {
 
 /* Interface names of the device: "eth0", or "lan1" and "lan2". */
 typedef struct {
-    int32_t iIfNum;       /* 1 or 2 */
-    char szFirstName[16]; /* at most 15 characters */
+    int32_t iIfNum;        /* 1 or 2 */
+    char szFirstName[16];  /* at most 15 characters */
     char szSecondName[16]; /* all zero when iIfNum is 1 */
 } NetIfNames;
 
@@ -94,7 +94,7 @@ typedef struct {
     uint16_t usHttpPort;
     uint16_t usRtspPort;
     uint16_t usHttpsPort;
-    uint16_t usSdcPort; /* always 8000 on reading */
+    uint16_t usSdcPort;   /* always 8000 on reading */
     uint16_t usSparePort; /* never read or written */
     uint16_t usPriSrvPort;
     int32_t iPortMapEnable;
@@ -126,7 +126,7 @@ typedef struct {
 
 /* The device's network summary. */
 typedef struct {
-    int32_t iPortNum; /* 1 or 2 */
+    int32_t iPortNum;           /* 1 or 2 */
     NetEtherCfg astEtherCfg[2]; /* the second only when iPortNum is 2 */
 } NetIpcConfig;
 
@@ -137,39 +137,39 @@ typedef struct {
 typedef void (*NetReservedFn)(void);
 
 typedef struct {
-    NetReservedFn pfnReserved1;                                                    /* 1 */
-    int (*pfnGetEthName)(char *pcEthName, unsigned int uiLen, int *piEthNum);      /* 2 */
+    NetReservedFn pfnReserved1;                                               /* 1 */
+    int (*pfnGetEthName)(char *pcEthName, unsigned int uiLen, int *piEthNum); /* 2 */
     int (*pfnGetMacAddr)(const char *pcIfName, char *pcMacAddr, unsigned int uiLen);
-    int (*pfnSetMtu)(const char *pcIfName, int iMtuVal);                           /* 4 */
-    int (*pfnGetMtu)(const char *pcIfName, int *iMtuVal);                          /* 5 */
+    int (*pfnSetMtu)(const char *pcIfName, int iMtuVal);  /* 4 */
+    int (*pfnGetMtu)(const char *pcIfName, int *iMtuVal); /* 5 */
     int (*pfnSetHostIPEx)(const char *pcIfName, const char *pcIpAddr, const char *pcMask);
-    int (*pfnGetHostIPEx)(const char *pcIfName, char *pcIpAddr, unsigned int uiIpLen,
-                          char *pcMask, unsigned int uiMaskLen);                   /* 7 */
-    int (*pfnSetIpv4Gateway)(const char *pcIfName, const char *pcGateway);         /* 8 */
+    int (*pfnGetHostIPEx)(const char *pcIfName, char *pcIpAddr, unsigned int uiIpLen, char *pcMask,
+                          unsigned int uiMaskLen);                         /* 7 */
+    int (*pfnSetIpv4Gateway)(const char *pcIfName, const char *pcGateway); /* 8 */
     int (*pfnGetIpv4Gateway)(const char *pcIfName, char *pcGateway, unsigned int uiLen);
-    int (*pfnGetLinkStatus)(const char *pcIfName);                                 /* 10 */
-    int (*pfnGetDefNetCard)(char *pcNetDefCard, unsigned int uiLen);               /* 11 */
-    int (*pfnSetDefNetCard)(const char *pcNetDefCard);                             /* 12 */
+    int (*pfnGetLinkStatus)(const char *pcIfName);                   /* 10 */
+    int (*pfnGetDefNetCard)(char *pcNetDefCard, unsigned int uiLen); /* 11 */
+    int (*pfnSetDefNetCard)(const char *pcNetDefCard);               /* 12 */
     int (*pfnDelIpv6Addr)(const char *pcIfName, const char *pstIpv6Addr, int iPrefixLen);
     int (*pfnAddIpv6Addr)(const char *pcIfName, const char *pstIpv6Addr, int iPrefixLen);
     int (*pfnGetIpv6Addr)(const char *pcIfName, char *pHostIp, unsigned int uiLen,
-                          int *piIpv6Mask);                                        /* 15 */
-    int (*pfnSetIpv6Gateway)(const char *pcIfName, const char *pcGateway);         /* 16 */
+                          int *piIpv6Mask);                                /* 15 */
+    int (*pfnSetIpv6Gateway)(const char *pcIfName, const char *pcGateway); /* 16 */
     int (*pfnGetIpv6Gateway)(const char *pcIfName, char *pstIpv6Gateway, unsigned int uiLen);
-    NetReservedFn apfnNull18[28];                                                  /* 18-45 */
+    NetReservedFn apfnNull18[28]; /* 18-45 */
     int (*pfnGetDnsServer)(const char *pcIfName, char *pcMaster, unsigned int uiMasterLen,
-                           char *pcSlave, unsigned int uiSlaveLen);                /* 46 */
+                           char *pcSlave, unsigned int uiSlaveLen); /* 46 */
     int (*pfnSetDnsServer)(const char *pcIfName, const char *pcMaster, const char *pcSlave);
     int (*pfnCheckIpv4Collision)(const char *pcIfName, const char *pcIpAddr,
-                                 int *pbIsCollision);                              /* 48 */
+                                 int *pbIsCollision); /* 48 */
     int (*pfnCheckIpv6Collision)(const char *pcIfName, const char *pcIpv6Addr,
-                                 int *pbIsCollision);                              /* 49 */
+                                 int *pbIsCollision); /* 49 */
     int (*pfnGetScopeGlobalAddr6)(const char *pcIfName, char *plinklocal, unsigned int uiLen,
-                                  int *piIpv6Mask);                                /* 50 */
-    int (*pfnSetSpeedDuplex)(const char *pcIfName, NetSpeedDuplexMode enMode);     /* 51 */
+                                  int *piIpv6Mask);                            /* 50 */
+    int (*pfnSetSpeedDuplex)(const char *pcIfName, NetSpeedDuplexMode enMode); /* 51 */
     int (*pfnGetSpeedDuplex)(const char *pcIfName, NetSpeedDuplexMode *enSpeedDupMode);
     int (*pfnGetMaxSupportSpeed)(const char *pcIfName, NetSpeedDuplexMode *enSpeedDupMode);
-    int (*pfnDelIpv4Gateway)(const char *pcIfName, const char *pcGateway);         /* 54 */
+    int (*pfnDelIpv4Gateway)(const char *pcIfName, const char *pcGateway); /* 54 */
     int (*pfnGetIpv6AddrList)(const char *pEthName, NetIpv6AddrList *pstIpv6AddrList);
     int (*pfnPing)(const char *pcIfName, const char *pcHost, double *pdTime);      /* 56 */
     int (*pfnIsIpv6RouteAdviseAddr)(const char *pcIfName, const char *pcIpv6Addr); /* 57 */
@@ -205,14 +205,14 @@ NET_LAYOUT_CHECK(sizeof(NetIpcConfig) == 4 + 2 * 212, ipc_size);
 NET_LAYOUT_CHECK(sizeof(NetDriverInterface) == 138 * sizeof(NetReservedFn), drv_size);
 NET_LAYOUT_CHECK(offsetof(NetDriverInterface, pfnGetEthName) == 1 * sizeof(NetReservedFn),
                  drv_entry2);
-NET_LAYOUT_CHECK(offsetof(NetDriverInterface, pfnGetIpv6Gateway) ==
-                     16 * sizeof(NetReservedFn), drv_entry17);
+NET_LAYOUT_CHECK(offsetof(NetDriverInterface, pfnGetIpv6Gateway) == 16 * sizeof(NetReservedFn),
+                 drv_entry17);
 NET_LAYOUT_CHECK(offsetof(NetDriverInterface, pfnGetDnsServer) == 45 * sizeof(NetReservedFn),
                  drv_entry46);
-NET_LAYOUT_CHECK(offsetof(NetDriverInterface, pfnPing) == 55 * sizeof(NetReservedFn),
-                 drv_entry56);
+NET_LAYOUT_CHECK(offsetof(NetDriverInterface, pfnPing) == 55 * sizeof(NetReservedFn), drv_entry56);
 NET_LAYOUT_CHECK(offsetof(NetDriverInterface, pfnIsIpv6RouteAdviseAddr) ==
-                     56 * sizeof(NetReservedFn), drv_entry57);
+                     56 * sizeof(NetReservedFn),
+                 drv_entry57);
 
 /* ======================================================================================
  * Library frame and interface naming
@@ -231,8 +231,7 @@ NET_API int NET_GetInterfaces(NetIfInfo *pstNetIfArray, unsigned int uiNum);
 /* Hardware address as "%02X:%02X:%02X:%02X:%02X:%02X", cut to uiLen (still a success). */
 NET_API int NET_GetMacAddr(const char *pcIfName, char *pcMacAddr, unsigned int uiLen);
 /* The six raw bytes of the hardware address; uiLen must exceed 5. */
-NET_API int NET_GetMacAddrNum(const char *pcIfName, unsigned char *pucMacAddr,
-                              unsigned int uiLen);
+NET_API int NET_GetMacAddrNum(const char *pcIfName, unsigned char *pucMacAddr, unsigned int uiLen);
 /* 1 when a TCP port is taken on this host, 0 when free or when it cannot be told. */
 NET_API int NET_IsPortUsed(unsigned short usPort);
 /* Runs "/etc/init.d/network restart" and waits; 0 when its status is 0. */
@@ -453,8 +452,8 @@ NET_API int drv_net_CheckIpv6Collision(const char *pcIfName, const char *pcIpv6A
 /* First listed non-link-local address not / exactly from router advertisement. */
 NET_API int drv_net_GetIpv6Addr(const char *pcIfName, char *pHostIp, unsigned int uiLen,
                                 int *piIpv6Mask);
-NET_API int drv_net_GetScopeGlobalAddr6(const char *pcIfName, char *plinklocal,
-                                        unsigned int uiLen, int *piIpv6Mask);
+NET_API int drv_net_GetScopeGlobalAddr6(const char *pcIfName, char *plinklocal, unsigned int uiLen,
+                                        int *piIpv6Mask);
 /* Deletes the address only when the current one begins with it. */
 NET_API int drv_net_DelIpv6Address(const char *pcIfName, const char *pcIpv6Addr);
 /* The interface's address list, entry by entry (text and prefix). */
@@ -668,15 +667,13 @@ NET_API int tcp_srv_com(int iPort);
  * 0 with *piSock set, or -1. */
 NET_API int tcp_cli_com(const char *pcIpAddr, unsigned short *pusPort, int *piSock, int iRetry);
 /* As tcp_cli_com with the port as decimal text, printing each attempt and "connect ok". */
-NET_API int tcp_cli_com_enhance(const char *pcIpAddr, const char *pcPort, int *piSock,
-                                int iRetry);
+NET_API int tcp_cli_com_enhance(const char *pcIpAddr, const char *pcPort, int *piSock, int iRetry);
 /* Last non-overlapping occurrence of pcStr (not empty) in pcSrc, or null. */
 NET_API char *kv_find_last_string(char *pcSrc, const char *pcStr);
 /* Copies the piece between pcBeg and pcEnd into pOut (iSize + 1 bytes: the terminator may
  * land at iSize); with an empty pcEnd, from one character into the last pcBeg to the end,
  * unbounded. 0; -1 null argument; -2 marker missing or piece too long. */
-NET_API int kv_div_string(char *pcSrc, const char *pcBeg, const char *pcEnd, void *pOut,
-                          int iSize);
+NET_API int kv_div_string(char *pcSrc, const char *pcBeg, const char *pcEnd, void *pOut, int iSize);
 /* @@socketapi@@ */
 
 /* ======================================================================================
@@ -685,9 +682,9 @@ NET_API int kv_div_string(char *pcSrc, const char *pcBeg, const char *pcEnd, voi
 /* This family logs nothing and treats IPv6 as available (is_support_ipv6 answers 1). */
 /* The peer of a connected socket; an IPv4-mapped IPv6 peer is reported as IPv4. */
 typedef struct {
-    uint32_t uiIpv4Addr;          /* network order; 0 when the peer is IPv6 */
+    uint32_t uiIpv4Addr;           /* network order; 0 when the peer is IPv6 */
     unsigned char aucIpv6Addr[16]; /* all zero when the peer is IPv4 */
-    uint32_t uiReserved;          /* left zero */
+    uint32_t uiReserved;           /* left zero */
 } NetPeerAddr;
 NET_LAYOUT_CHECK(sizeof(NetPeerAddr) == 24, peer_addr_size);
 
@@ -735,8 +732,7 @@ NET_API char *socketaddr_tostr(const struct sockaddr *pstAddr);
 NET_API int make_addr_bystring(int iFamily, const char *pcAddr, unsigned short usPort,
                                struct sockaddr *pstAddr);
 /* Connect within iTimeoutMs (-1: blocking): 0, or -1. */
-NET_API int socket_connect_withtimeout(int iSock, const struct sockaddr *pstAddr,
-                                       int iTimeoutMs);
+NET_API int socket_connect_withtimeout(int iSock, const struct sockaddr *pstAddr, int iTimeoutMs);
 /* Connect waiting at most *pstTimeout (null: no limit): 0, or -1. *pstTimeout is kept. */
 NET_API int connect_with_timeout(int iSock, const struct sockaddr *pstAddr, int iAddrLen,
                                  struct timeval *pstTimeout);
@@ -858,8 +854,8 @@ NET_API int NET_DetectIpv4Collision(const char *pcIfName, const char *pcIpAddr, 
                                     int *pbIsCollision);
 /* One neighbour solicitation for pcIpv6Addr; *pbIsCollision = 1 on an advertisement for it
  * (waits iTimeoutMsec / 1000 s plus iTimeoutMsec ms); else untouched. */
-NET_API int NET_DetectIpv6Collision(const char *pcIfName, const char *pcIpv6Addr,
-                                    int iTimeoutMsec, int *pbIsCollision);
+NET_API int NET_DetectIpv6Collision(const char *pcIfName, const char *pcIpv6Addr, int iTimeoutMsec,
+                                    int *pbIsCollision);
 /* @@detect_probe@@ */
 
 /* ======================================================================================

@@ -3,9 +3,11 @@
 
 #include <unistd.h>
 
-namespace netlib {
+namespace netlib
+{
 
-class UniqueFd {
+class UniqueFd
+{
   public:
     UniqueFd() = default;
     explicit UniqueFd(int fd) : fd_(fd) {}

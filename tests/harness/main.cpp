@@ -3,10 +3,12 @@
 
 #include "sandbox.h"
 
-namespace {
+namespace
+{
 
 // When a binary runs many tests in one process, each still starts from a clean device.
-class ResetBetweenTests : public ::testing::EmptyTestEventListener {
+class ResetBetweenTests : public ::testing::EmptyTestEventListener
+{
     void OnTestEnd(const ::testing::TestInfo &) override
     {
         if (sandbox::available())
