@@ -203,16 +203,41 @@ NET_LAYOUT_CHECK(offsetof(NetPppoeCfg, szUserName) == 20, pppoe_user);
 NET_LAYOUT_CHECK(sizeof(NetPppoeCfg) == 72, pppoe_size);
 NET_LAYOUT_CHECK(sizeof(NetIpcConfig) == 4 + 2 * 212, ipc_size);
 NET_LAYOUT_CHECK(sizeof(NetDriverInterface) == 138 * sizeof(NetReservedFn), drv_size);
-NET_LAYOUT_CHECK(offsetof(NetDriverInterface, pfnGetEthName) == 1 * sizeof(NetReservedFn),
-                 drv_entry2);
-NET_LAYOUT_CHECK(offsetof(NetDriverInterface, pfnGetIpv6Gateway) == 16 * sizeof(NetReservedFn),
-                 drv_entry17);
-NET_LAYOUT_CHECK(offsetof(NetDriverInterface, pfnGetDnsServer) == 45 * sizeof(NetReservedFn),
-                 drv_entry46);
-NET_LAYOUT_CHECK(offsetof(NetDriverInterface, pfnPing) == 55 * sizeof(NetReservedFn), drv_entry56);
-NET_LAYOUT_CHECK(offsetof(NetDriverInterface, pfnIsIpv6RouteAdviseAddr) ==
-                     56 * sizeof(NetReservedFn),
-                 drv_entry57);
+/* Entry N of the table is word N - 1: every named entry is pinned to its position. */
+#define NET_DRV_ENTRY(field, n)                                                                    \
+    NET_LAYOUT_CHECK(offsetof(NetDriverInterface, field) == ((n)-1) * sizeof(NetReservedFn),       \
+                     drv_entry_##n)
+NET_DRV_ENTRY(pfnReserved1, 1);
+NET_DRV_ENTRY(pfnGetEthName, 2);
+NET_DRV_ENTRY(pfnGetMacAddr, 3);
+NET_DRV_ENTRY(pfnSetMtu, 4);
+NET_DRV_ENTRY(pfnGetMtu, 5);
+NET_DRV_ENTRY(pfnSetHostIPEx, 6);
+NET_DRV_ENTRY(pfnGetHostIPEx, 7);
+NET_DRV_ENTRY(pfnSetIpv4Gateway, 8);
+NET_DRV_ENTRY(pfnGetIpv4Gateway, 9);
+NET_DRV_ENTRY(pfnGetLinkStatus, 10);
+NET_DRV_ENTRY(pfnGetDefNetCard, 11);
+NET_DRV_ENTRY(pfnSetDefNetCard, 12);
+NET_DRV_ENTRY(pfnDelIpv6Addr, 13);
+NET_DRV_ENTRY(pfnAddIpv6Addr, 14);
+NET_DRV_ENTRY(pfnGetIpv6Addr, 15);
+NET_DRV_ENTRY(pfnSetIpv6Gateway, 16);
+NET_DRV_ENTRY(pfnGetIpv6Gateway, 17);
+NET_DRV_ENTRY(apfnNull18, 18);
+NET_DRV_ENTRY(pfnGetDnsServer, 46);
+NET_DRV_ENTRY(pfnSetDnsServer, 47);
+NET_DRV_ENTRY(pfnCheckIpv4Collision, 48);
+NET_DRV_ENTRY(pfnCheckIpv6Collision, 49);
+NET_DRV_ENTRY(pfnGetScopeGlobalAddr6, 50);
+NET_DRV_ENTRY(pfnSetSpeedDuplex, 51);
+NET_DRV_ENTRY(pfnGetSpeedDuplex, 52);
+NET_DRV_ENTRY(pfnGetMaxSupportSpeed, 53);
+NET_DRV_ENTRY(pfnDelIpv4Gateway, 54);
+NET_DRV_ENTRY(pfnGetIpv6AddrList, 55);
+NET_DRV_ENTRY(pfnPing, 56);
+NET_DRV_ENTRY(pfnIsIpv6RouteAdviseAddr, 57);
+NET_DRV_ENTRY(apfnReserved58, 58);
 
 /* ======================================================================================
  * Library frame and interface naming
