@@ -84,17 +84,6 @@ const Field kDdnsFields[] = {
     FIELD_TEXT(NetDdnsCfg, "user", szUserName),
     FIELD_SECRET(NetDdnsCfg, "password", szPassword),
 };
-const Field kPppoeFields[] = {
-    FIELD_INT(NetPppoeCfg, "enable", iEnable),
-    FIELD_TEXT(NetPppoeCfg, "interface", szInterface),
-    FIELD_TEXT(NetPppoeCfg, "user", szUserName),
-    FIELD_SECRET(NetPppoeCfg, "password", szPassword),
-};
-
-template <size_t N> constexpr int count(const Field (&)[N])
-{
-    return static_cast<int>(N);
-}
 
 // One record of the old layout: read, then shown under its name (or null when unreadable).
 template <class R>

@@ -8,6 +8,13 @@
 #include "json.h"
 #include "libnetwork.h"
 
+const Field kPppoeFields[4] = {
+    FIELD_INT(NetPppoeCfg, "enable", iEnable),
+    FIELD_TEXT(NetPppoeCfg, "interface", szInterface),
+    FIELD_TEXT(NetPppoeCfg, "user", szUserName),
+    FIELD_SECRET(NetPppoeCfg, "password", szPassword),
+};
+
 namespace
 {
 
@@ -36,18 +43,6 @@ const Field kDdnsFields[] = {
     FIELD_TEXT(NetDdnsCfg, "user", szUserName),
     FIELD_SECRET(NetDdnsCfg, "password", szPassword),
 };
-
-const Field kPppoeFields[] = {
-    FIELD_INT(NetPppoeCfg, "enable", iEnable),
-    FIELD_TEXT(NetPppoeCfg, "interface", szInterface),
-    FIELD_TEXT(NetPppoeCfg, "user", szUserName),
-    FIELD_SECRET(NetPppoeCfg, "password", szPassword),
-};
-
-template <size_t N> constexpr int count(const Field (&)[N])
-{
-    return static_cast<int>(N);
-}
 
 void print_record(const Ctx &c, const char *title, const Field *f, int n, const void *rec)
 {

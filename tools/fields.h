@@ -37,6 +37,15 @@ struct Field {
         key, Kind::Secret, offsetof(rec, m), sizeof(((rec *)0)->m), true                           \
     }
 
+// Number of fields of a table.
+template <size_t N> constexpr int count(const Field (&)[N])
+{
+    return static_cast<int>(N);
+}
+
+// The PPPoE account's fields: the same in the present and the old layout.
+extern const Field kPppoeFields[4];
+
 // Prints every field: "  key  value" lines, or the members of an open JSON object.
 void print_fields(const Ctx &c, Json &j, const Field *fields, int n, const void *rec);
 // Applies KEY=VALUE pairs to the record; false (reported) on an unknown key or bad value.
