@@ -11,7 +11,7 @@
 
 #include <vector>
 
-#include "detect_frames.h"
+#include "detect/frames.h"
 
 using namespace netlib;
 

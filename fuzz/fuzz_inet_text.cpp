@@ -8,7 +8,7 @@
 #include <string.h>
 #include <sys/socket.h>
 
-#include "inet_text.h"
+#include "inet/text.h"
 #include "libnetwork.h"
 
 namespace
