@@ -13,6 +13,12 @@
 namespace sandbox
 {
 
+// How much later than its nominal wait a call may return on a busy or emulated machine before
+// a test calls it wrong: upper bounds on waits add this, so they catch a wrong unit or a wait
+// that never ends, not a slow scheduler. Speeds themselves are benchmark figures.
+constexpr double kLateSec = 2.0;
+constexpr long kLateMs = 2000;
+
 // Entered once by the test main, before any test runs.
 bool enter();
 // Back to a fresh device: no interfaces but lo, empty /etc/config and /etc/resolv.conf,
