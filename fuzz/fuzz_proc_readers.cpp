@@ -7,7 +7,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "base/proc_tables.h"
+#include "link/proc_tables.h"
 #include "libnetwork.h"
 
 using namespace netlib;

@@ -2,6 +2,7 @@
 // calls, checks its pointers, and answers 0 or -1 (the default-card pair: -2 for null).
 #include <string.h>
 
+#include "base/ports.h"
 #include "libnetwork.h"
 #include "base/log.h"
 
@@ -259,8 +260,8 @@ int update_active_interface(void)
     if (get_active_clientip(client) != 0)
         return -1;
     // get_active_clientip copies only three characters: the test sees that much, as it stands.
-    if (NET_IsIpv4SameSubnet("lan2", client) == 1)
-        return set_active_interface("lan2");
+    if (NET_IsIpv4SameSubnet(netlib::kLan2, client) == 1)
+        return set_active_interface(netlib::kLan2);
     return set_active_interface(g_pcLan1Name);
 }
 

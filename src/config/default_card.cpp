@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include "config/uci_access.h"
+#include "base/ports.h"
 #include "libnetwork.h"
 #include "base/log.h"
 
@@ -68,18 +69,18 @@ int drv_net_GetIpcConfig(NetIpcConfig *pstIpcConfig)
     // The count is set before the reads, so a failed read still leaves it.
     if (CAP_IsDoubleIntfSupport() != 0) {
         pstIpcConfig->iPortNum = 2;
-        if (NET_GetEtherCfg("lan1", &pstIpcConfig->astEtherCfg[0]) != 0) {
+        if (NET_GetEtherCfg(netlib::kLan1, &pstIpcConfig->astEtherCfg[0]) != 0) {
             NET_LOG(NET_LVL_ERR, "NET_GetEtherCfg fail:lan1.\n");
             return -1;
         }
-        if (NET_GetEtherCfg("lan2", &pstIpcConfig->astEtherCfg[1]) != 0) {
+        if (NET_GetEtherCfg(netlib::kLan2, &pstIpcConfig->astEtherCfg[1]) != 0) {
             NET_LOG(NET_LVL_ERR, "NET_GetEtherCfg fail:lan2.\n");
             return -1;
         }
         return 0;
     }
     pstIpcConfig->iPortNum = 1;
-    if (NET_GetEtherCfg("eth0", &pstIpcConfig->astEtherCfg[0]) != 0) {
+    if (NET_GetEtherCfg(netlib::kEth0, &pstIpcConfig->astEtherCfg[0]) != 0) {
         NET_LOG(NET_LVL_ERR, "NET_GetEtherCfg fail.\n");
         return -1;
     }

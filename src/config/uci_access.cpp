@@ -7,6 +7,7 @@
 
 #include "libnetwork.h"
 #include "base/log.h"
+#include "base/ports.h"
 
 namespace
 {
@@ -93,9 +94,7 @@ extern "C" {
 
 const char *NET_GetUciNameByIfName(const char *pcIfName)
 {
-    if (pcIfName != nullptr && strcmp(pcIfName, "eth0") == 0)
-        return "lan";
-    return pcIfName;
+    return netlib::uci_section_of(pcIfName);
 }
 
 struct uci_package *NET_CreatePackage(const char *pcPkgName)

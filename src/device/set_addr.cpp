@@ -3,7 +3,7 @@
 #include <netinet/in.h>
 #include <string.h>
 
-#include "device/two_port.h"
+#include "link/ipv4.h"
 #include "base/kcall.h"
 #include "libnetwork.h"
 

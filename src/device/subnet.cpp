@@ -5,11 +5,12 @@
 
 #include "libnetwork.h"
 #include "base/log.h"
+#include "base/ports.h"
 
 namespace
 {
 
-constexpr const char *kLan2 = "lan2";
+using netlib::kLan2;
 
 const char *text_or_null(const char *s)
 {
@@ -62,14 +63,8 @@ int NET_IsIpv4SubnetValid(const char *pcIfName, const char *pcIpv4Addr, const ch
 {
     NET_CHECK_ARGS(0, "pcIfName:%p, pcIpv4Addr:%p, pcIpv4Mask:%p \n", pcIfName, pcIpv4Addr,
                    pcIpv4Mask);
-    if (CAP_IsDoubleIntfSupport() != 1)
-        return 1;
-    const char *other = nullptr;
-    if (strcmp(pcIfName, g_pcLan1Name) == 0)
-        other = kLan2;
-    else if (strcmp(pcIfName, kLan2) == 0)
-        other = g_pcLan1Name;
-    else
+    const char *other = netlib::other_interface(pcIfName);
+    if (other == nullptr)
         return 1;
     char otherAddr[16] = {0};
     char otherMask[16] = {0};

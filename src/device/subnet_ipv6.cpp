@@ -5,13 +5,12 @@
 #include "device/subnet.h"
 #include "libnetwork.h"
 #include "base/log.h"
+#include "base/ports.h"
 
 using namespace netlib;
 
 namespace
 {
-
-constexpr const char *kLan2 = "lan2";
 
 // Kernel entries carry 0 to 128; bound anything else to the 16 bytes there are.
 int clamp_bytes(int bytes)
@@ -61,13 +60,6 @@ bool entry_addr(CallSite site, const NetIpv6AddrList &list, int index, struct in
     return false;
 }
 
-// A comparison of at most n bytes that ends early at a zero byte both hold: deliberate, so
-// bytes after a common zero are not compared.
-bool same_as_string(const unsigned char *a, const unsigned char *b, size_t n)
-{
-    return strncmp(reinterpret_cast<const char *>(a), reinterpret_cast<const char *>(b), n) == 0;
-}
-
 } // namespace
 
 int net_IsIpv6SameSubnet(struct in6_addr stAddr1, struct in6_addr stAddr2, int iPrefix)
@@ -103,11 +95,7 @@ int NET_IsIpv6SubnetValid(const char *pcIfName, const char *pcIpv6Addr, int iPre
     if (CAP_IsDoubleIntfSupport() != 1)
         return 1;
     // No other interface: the list request below fails on the null name.
-    const char *other = nullptr;
-    if (strcmp(pcIfName, g_pcLan1Name) == 0)
-        other = kLan2;
-    else if (strcmp(pcIfName, kLan2) == 0)
-        other = g_pcLan1Name;
+    const char *other = netlib::other_interface(pcIfName);
     struct in6_addr addr;
     if (INET_Ipv6StrToNum(pcIpv6Addr, &addr) != 0) {
         NET_LOGT(NET_LVL_ERR, PL_CONVERT_IPV6_ADDR_ERROR_PRINT, "pcIpv6Addr:%s.\n", pcIpv6Addr);
@@ -151,23 +139,6 @@ int NET_IsIpv6SameSubnet(const char *pcIfName, const char *pcIpv6Addr)
             return 1;
     }
     return 0;
-}
-
-int NET_IsIpv6RouteAdviseAddr(const char *pcIfName, const char *pcIpv6Addr)
-{
-    NET_CHECK_ARGS(0, "pcIfName: %p, pcIpv6Addr: %p. \n", pcIfName, pcIpv6Addr);
-    struct in6_addr addr;
-    if (INET_Ipv6StrToNum(pcIpv6Addr, &addr) != 0)
-        return 0;
-    unsigned char mac[6] = {0};
-    if (NET_GetMacAddrNum(pcIfName, mac, sizeof mac) != 0)
-        return 0;
-    // Byte 8 (its universal/local bit inverted in EUI-64) is not looked at.
-    const unsigned char *a = addr.s6_addr;
-    return same_as_string(&a[9], &mac[1], 2) && a[11] == 0xFF && a[12] == 0xFE &&
-                   same_as_string(&a[13], &mac[3], 3)
-               ? 1
-               : 0;
 }
 
 } // extern "C"

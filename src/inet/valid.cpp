@@ -1,5 +1,7 @@
-// Whether a text is an address fit for the configuration: the socket helpers' strict
-// parsers, plus the IPv6 addresses that cannot be configured.
+// Whether a text is an address fit for the configuration: the strict parsers of the socket
+// helper family (Is_IpV4Addr, Is_IpV6Addr, here because the validators are built on them),
+// plus the IPv6 addresses that cannot be configured.
+#include <arpa/inet.h>
 #include <string.h>
 
 #include "libnetwork.h"
@@ -26,6 +28,43 @@ bool is_unspecified_or_loopback(const unsigned char *a)
 }
 
 } // namespace
+
+extern "C" int Is_IpV4Addr(const char *pcAddr, void *pAddr)
+{
+    if (pcAddr == nullptr) {
+        NET_LOG(NET_LVL_DEBUG, "is_string_ipaddr_ipv4, input is null!\n");
+        return 0;
+    }
+    if (pcAddr[0] == '\0') {
+        NET_LOG(NET_LVL_INFO, "NULL entry\n");
+        return 0;
+    }
+    struct in_addr addr;
+    int r = inet_pton(AF_INET, pcAddr, &addr);
+    if (r == 0) {
+        NET_LOG(NET_LVL_DEBUG, "The str_ipv4(%s) form not accord with IPv4!\n", pcAddr);
+        return 0;
+    }
+    if (r < 0) {
+        NET_LOG(NET_LVL_DEBUG, "is_string_ipaddr_ipv4, inet_pton err!\n");
+        return 0;
+    }
+    if (pAddr != nullptr)
+        memcpy(pAddr, &addr, sizeof addr);
+    return 1;
+}
+
+extern "C" int Is_IpV6Addr(const char *pcAddr, void *pAddr)
+{
+    if (pcAddr == nullptr || pAddr == nullptr) {
+        NET_LOG(NET_LVL_DEBUG, "is_string_ipaddr_ipv6, input is null!\n");
+        return 0;
+    }
+    int r = inet_pton(AF_INET6, pcAddr, pAddr);
+    if (r < 0)
+        NET_LOG(NET_LVL_DEBUG, "is_string_ipaddr_ipv6, inet_pton err!\n");
+    return r == 1 ? 1 : 0;
+}
 
 extern "C" {
 

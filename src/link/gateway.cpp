@@ -5,8 +5,8 @@
 #include <netinet/in.h>
 #include <string.h>
 
-#include "base/proc_tables.h"
-#include "base/route_table.h"
+#include "link/proc_tables.h"
+#include "link/route_table.h"
 #include "inet/text.h"
 #include "base/kcall.h"
 #include "libnetwork.h"

@@ -4,17 +4,13 @@
 
 #include "libnetwork.h"
 #include "base/log.h"
+#include "base/ports.h"
 
-namespace
-{
-constexpr const char kEth0[] = "eth0";
-constexpr const char kLan1[] = "lan1";
-constexpr const char kLan2[] = "lan2";
-} // namespace
+using netlib::kEth0;
+using netlib::kLan1;
+using netlib::kLan2;
 
 extern "C" {
-
-const char *g_pcLan1Name = kEth0;
 
 int NET_Init(void)
 {

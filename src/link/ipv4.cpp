@@ -4,10 +4,11 @@
 #include <netinet/in.h>
 #include <string.h>
 
-#include "device/two_port.h"
 #include "inet/text.h"
 #include "base/kcall.h"
 #include "libnetwork.h"
+#include "link/ipv4.h"
+#include "base/ports.h"
 
 using namespace netlib;
 
@@ -102,3 +103,17 @@ int INET_IsIpv4AddrExist(const char *pcIfName, const char *pcIpv4Addr)
 }
 
 } // extern "C"
+
+namespace netlib
+{
+
+bool held_by_other_interface(CallSite site, const char *ifname, const char *addr)
+{
+    const char *other = other_interface(ifname);
+    if (other == nullptr || INET_IsIpv4AddrExist(other, addr) == 0)
+        return false;
+    NET_LOG_AT(site, NET_LVL_ERR, "Ipaddr is exist, pcOtherIfName:%s, ipaddr:%s. \n", other, addr);
+    return true;
+}
+
+} // namespace netlib

@@ -1,5 +1,6 @@
-// Adding and removing IPv6 addresses: SIOCGIFINDEX for the index, then SIOCSIFADDR or
-// SIOCDIFADDR with the kernel's in6_ifreq, on an AF_INET6 datagram socket.
+// Adding and removing IPv6 addresses (SIOCGIFINDEX for the index, then SIOCSIFADDR or
+// SIOCDIFADDR with the kernel's in6_ifreq, on an AF_INET6 datagram socket), and whether an
+// address is the interface's own EUI-64 one.
 #include <netinet/in.h>
 #include <string.h>
 #include <sys/ioctl.h>
@@ -82,6 +83,13 @@ int older_change_addr(const char *text, int prefix, unsigned long req)
     return ctl_ioctl(c, fd.get(), req, &req6);
 }
 
+// Compares like strncmp: at most n bytes, ending early at a zero byte both hold, so the
+// bytes after a common zero are not compared. Callers see a MAC with zero bytes match more.
+bool same_as_string(const unsigned char *a, const unsigned char *b, size_t n)
+{
+    return strncmp(reinterpret_cast<const char *>(a), reinterpret_cast<const char *>(b), n) == 0;
+}
+
 } // namespace
 
 extern "C" {
@@ -146,6 +154,24 @@ int del_ipv6_addr(const char *pcIpv6Addr, int iPrefixLen)
     if (pcIpv6Addr == nullptr)
         return -1;
     return older_change_addr(pcIpv6Addr, iPrefixLen, SIOCDIFADDR);
+}
+
+// Whether the address is the one the interface's MAC makes under a router's prefix (EUI-64).
+int NET_IsIpv6RouteAdviseAddr(const char *pcIfName, const char *pcIpv6Addr)
+{
+    NET_CHECK_ARGS(0, "pcIfName: %p, pcIpv6Addr: %p. \n", pcIfName, pcIpv6Addr);
+    struct in6_addr addr;
+    if (INET_Ipv6StrToNum(pcIpv6Addr, &addr) != 0)
+        return 0;
+    unsigned char mac[6] = {0};
+    if (NET_GetMacAddrNum(pcIfName, mac, sizeof mac) != 0)
+        return 0;
+    // Byte 8 (its universal/local bit inverted in EUI-64) is not looked at.
+    const unsigned char *a = addr.s6_addr;
+    return same_as_string(&a[9], &mac[1], 2) && a[11] == 0xFF && a[12] == 0xFE &&
+                   same_as_string(&a[13], &mac[3], 3)
+               ? 1
+               : 0;
 }
 
 } // extern "C"

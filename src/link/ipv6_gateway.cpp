@@ -4,7 +4,7 @@
 #include <string.h>
 #include <sys/socket.h>
 
-#include "base/proc_tables.h"
+#include "link/proc_tables.h"
 #include "libnetwork.h"
 #include "base/log.h"
 

@@ -3,9 +3,10 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "base/proc_tables.h"
+#include "link/proc_tables.h"
 #include "libnetwork.h"
 #include "base/log.h"
+#include "base/ports.h"
 
 // The fixed public resolver pair written on one-interface devices: a build setting.
 #ifndef NETLIB_PUBLIC_DNS1
@@ -22,7 +23,6 @@ namespace
 
 constexpr const char kPublicDns1[] = NETLIB_PUBLIC_DNS1;
 constexpr const char kPublicDns2[] = NETLIB_PUBLIC_DNS2;
-constexpr const char kSecondIf[] = "lan2";
 
 bool is_double_intf()
 {
@@ -77,7 +77,7 @@ int NET_GetDnsServer(const char *pcIfName, char *pcMaster, unsigned int uiMaster
     if (fp.get() == nullptr)
         return -1;
     char marker[128];
-    snprintf(marker, sizeof marker, "# Interface %s", NET_GetUciNameByIfName(pcIfName));
+    snprintf(marker, sizeof marker, "# Interface %s", netlib::uci_section_of(pcIfName));
     read_resolv_block(fp.get(), marker, pcMaster, uiMasterLen, pcSlave, uiSlaveLen);
     return 0;
 }
@@ -88,7 +88,7 @@ int net_GetExistNameserver(char *pcNameserver1, unsigned int uiLen1, char *pcNam
     NET_CHECK_ARGS(-1, "pcNameserver1: %p, pcNameserver2: %p \n", pcNameserver1, pcNameserver2);
     keep_servers(g_pcLan1Name, pcNameserver1, uiLen1);
     if (is_double_intf())
-        keep_servers(kSecondIf, pcNameserver2, uiLen2);
+        keep_servers(netlib::kLan2, pcNameserver2, uiLen2);
     return 0;
 }
 
@@ -110,18 +110,18 @@ int NET_EnableDnsServer(const char *pcIfName, const char *pcMaster, const char *
     }
     bool twoIntf = is_double_intf();
     if (strcmp(pcIfName, g_pcLan1Name) == 0) {
-        fprintf(fp.get(), "# Interface %s\n", NET_GetUciNameByIfName(g_pcLan1Name));
+        fprintf(fp.get(), "# Interface %s\n", netlib::uci_section_of(g_pcLan1Name));
         write_servers(fp.get(), pcMaster, pcSlave);
         if (!twoIntf) {
             write_public(fp.get(), pcMaster, pcSlave, kPublicDns1);
             write_public(fp.get(), pcMaster, pcSlave, kPublicDns2);
         } else {
-            fprintf(fp.get(), "# Interface %s\n%s", NET_GetUciNameByIfName(kSecondIf), kept2);
+            fprintf(fp.get(), "# Interface %s\n%s", netlib::uci_section_of(netlib::kLan2), kept2);
         }
     } else if (twoIntf) {
-        fprintf(fp.get(), "# Interface %s\n%s", NET_GetUciNameByIfName(g_pcLan1Name), kept1);
+        fprintf(fp.get(), "# Interface %s\n%s", netlib::uci_section_of(g_pcLan1Name), kept1);
         // The new servers go under "lan2" whatever other name was passed.
-        fprintf(fp.get(), "# Interface %s\n", NET_GetUciNameByIfName(kSecondIf));
+        fprintf(fp.get(), "# Interface %s\n", netlib::uci_section_of(netlib::kLan2));
         write_servers(fp.get(), pcMaster, pcSlave);
     }
     // A one-interface device and another name: the file is left empty, as it stands.

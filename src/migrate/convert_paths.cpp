@@ -3,6 +3,7 @@
 // converted package is always one the setters themselves produce.
 #include <string.h>
 
+#include "base/ports.h"
 #include "libnetwork.h"
 #include "migrate/convert.h"
 #include "base/log.h"
@@ -23,7 +24,7 @@ bool still_blank(const NetEtherCfg &cfg)
 int read_current_records(CallSite site, ConvRecords &rec)
 {
     // The literal name: the one-interface layout always kept its port as "eth0".
-    if (NET_GetEtherCfg("eth0", &rec.stEther) != 0 && still_blank(rec.stEther)) {
+    if (NET_GetEtherCfg(netlib::kEth0, &rec.stEther) != 0 && still_blank(rec.stEther)) {
         NET_LOG_AT(site, NET_LVL_ERR, "get eth configure fail.\n");
         return -1;
     }

@@ -4,6 +4,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "base/ports.h"
 #include "libnetwork.h"
 #include "migrate/convert.h"
 #include "base/log.h"
@@ -14,7 +15,7 @@ namespace netlib
 namespace
 {
 
-constexpr const char kSecondPort[] = "lan2";
+using netlib::kLan2;
 constexpr unsigned int kRestartWaitSec = 3;
 constexpr int kLinkAttempts = 5;
 
@@ -31,8 +32,8 @@ void wait_for_link(CallSite site, LinkStates &st)
             NET_LOG_AT(site, NET_LVL_ERR, "Get %s link status fail.\n", g_pcLan1Name);
             continue;
         }
-        if (NET_GetPortLinkStatus(kSecondPort, &st.second) != 0) {
-            NET_LOG_AT(site, NET_LVL_ERR, "Get %s link status fail.\n", kSecondPort);
+        if (NET_GetPortLinkStatus(kLan2, &st.second) != 0) {
+            NET_LOG_AT(site, NET_LVL_ERR, "Get %s link status fail.\n", kLan2);
             continue;
         }
         if (st.first == 1 || st.second == 1)
@@ -81,7 +82,7 @@ const char *settle_port(CallSite site)
     // The first port also when no link came up; "lan2" for any other combination.
     if (st.first == 1 || (st.first == 0 && st.second == 0))
         return g_pcLan1Name;
-    return kSecondPort;
+    return kLan2;
 }
 
 void name_port_card(CallSite site, ConvRecords &rec, const char *port)

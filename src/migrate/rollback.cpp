@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include "config/uci_access.h"
+#include "base/ports.h"
 #include "libnetwork.h"
 #include "base/log.h"
 
@@ -153,7 +154,7 @@ int NET_NetBackToOldEthCfg(NetEtherCfg *pstEtherCfg)
         return -1;
     }
     // Non-zero here, where the conversion asks for exactly 1: both kept as they are.
-    const char *lanSec = CAP_IsDoubleIntfSupport() != 0 ? "lan1" : "lan";
+    const char *lanSec = CAP_IsDoubleIntfSupport() != 0 ? netlib::kLan1 : netlib::kEth0Section;
     struct uci_section *lan = NET_GetSection(pkg.get(), lanSec);
     if (lan == nullptr) {
         NET_LOG(NET_LVL_ERR, "section: %s.\n", lanSec);

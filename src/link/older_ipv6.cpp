@@ -4,7 +4,7 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "base/proc_tables.h"
+#include "link/proc_tables.h"
 #include "libnetwork.h"
 
 using namespace netlib;

@@ -1,4 +1,4 @@
-#include "base/route_table.h"
+#include "link/route_table.h"
 
 #include <net/route.h>
 #include <string.h>

@@ -9,8 +9,8 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
-#include "base/proc_tables.h"
-#include "base/route_table.h"
+#include "link/proc_tables.h"
+#include "link/route_table.h"
 #include "base/kcall.h"
 #include "libnetwork.h"
 

@@ -4,7 +4,7 @@
 #include <string.h>
 
 #include "config/uci_access.h"
-#include "device/two_port.h"
+#include "base/ports.h"
 #include "libnetwork.h"
 #include "base/log.h"
 

@@ -2,6 +2,7 @@
 // both from one thread; nothing here is locked.
 #include <string.h>
 
+#include "base/ports.h"
 #include "libnetwork.h"
 #include "base/log.h"
 
@@ -21,7 +22,7 @@ char *get_active_interface(void)
     // Literal names, not g_pcLan1Name: a two-interface device starts from "lan1" even when
     // its first interface was told to be "lan2".
     if (g_szActiveIf[0] == '\0')
-        strncpy(g_szActiveIf, CAP_IsDoubleIntfSupport() == 1 ? "lan1" : "eth0",
+        strncpy(g_szActiveIf, CAP_IsDoubleIntfSupport() == 1 ? netlib::kLan1 : netlib::kEth0,
                 sizeof g_szActiveIf - 1);
     return g_szActiveIf;
 }

@@ -1,5 +1,5 @@
 // Readers of "/proc/net/if_inet6", "/proc/net/ipv6_route" and the "/etc/resolv.conf" blocks.
-#include "base/proc_tables.h"
+#include "link/proc_tables.h"
 
 #include <string.h>
 #include <sys/socket.h>
