@@ -22,9 +22,8 @@ constexpr Word kOldIpv4Modes[] = {{0, "false"}, {1, "true"}};
 // (router advertisement) is kept as its number so that it survives a round trip.
 constexpr Word kOldIpv6Modes[] = {{1, "true"}, {0, "false"}};
 
-// The IPv6 mode is read first but written second; the IPv6 gateway is written, never read
-// (the roll-back keeps the one of "lan"). As in the interface record, no stored MTU is the
-// default one.
+// The IPv6 mode is read first but written second. The IPv6 gateway is written, never read:
+// the reader takes it from "lan". As in the interface record, no stored MTU is the default.
 constexpr Field kOldTcpipFields[] = {
     NET_FIELD_WORDS(NetEtherCfg, "ipv6mode", iIpv6Mode, FieldKind::WordOrInt, kRead, kOldIpv6Modes),
     NET_FIELD_WORDS(NetEtherCfg, "ipv4dhcpmode", iIpv4Mode, FieldKind::Word, kBoth, kOldIpv4Modes),
