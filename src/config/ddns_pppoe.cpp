@@ -1,5 +1,6 @@
 // Dynamic-DNS ("ddns" section) and PPPoE account ("pppoe" section) settings, each kept as one
 // record. The library only stores them; passwords are kept as given, in plain text.
+#include "config/fields.h"
 #include "config/uci_access.h"
 #include "libnetwork.h"
 #include "base/log.h"
@@ -9,27 +10,25 @@ using namespace netlib;
 namespace
 {
 
-int write_ddns(struct uci_section *sec, const NetDdnsCfg &cfg)
-{
-    if (write_int(sec, "enable", cfg.iEnable) != 0 || write_int(sec, "type", cfg.iType) != 0 ||
-        write_int(sec, "port", cfg.usPort) != 0 ||
-        write_text(sec, "serverdomain", cfg.szServerDomain, sizeof cfg.szServerDomain) != 0 ||
-        write_text(sec, "ddnsdomain", cfg.szDdnsDomain, sizeof cfg.szDdnsDomain) != 0 ||
-        write_text(sec, "username", cfg.szUserName, sizeof cfg.szUserName) != 0 ||
-        write_text(sec, "password", cfg.szPassword, sizeof cfg.szPassword) != 0)
-        return -1;
-    return 0;
-}
+// Texts are read at the fields' full sizes: their last bytes stay as the caller zeroed them.
+constexpr Field kDdnsFields[] = {
+    NET_FIELD(NetDdnsCfg, "enable", iEnable, FieldKind::Int, kBoth),
+    NET_FIELD(NetDdnsCfg, "type", iType, FieldKind::Int, kBoth),
+    NET_FIELD(NetDdnsCfg, "port", usPort, FieldKind::Port, kBoth),
+    NET_FIELD(NetDdnsCfg, "serverdomain", szServerDomain, FieldKind::Text, kBoth),
+    NET_FIELD(NetDdnsCfg, "ddnsdomain", szDdnsDomain, FieldKind::Text, kBoth),
+    NET_FIELD(NetDdnsCfg, "username", szUserName, FieldKind::Text, kBoth),
+    NET_FIELD(NetDdnsCfg, "password", szPassword, FieldKind::Text, kBoth),
+};
+static_assert(fields_fit(kDdnsFields, sizeof(NetDdnsCfg)), "DDNS table");
 
-int write_pppoe(struct uci_section *sec, const NetPppoeCfg &cfg)
-{
-    if (write_int(sec, "enable", cfg.iEnable) != 0 ||
-        write_text(sec, "interface", cfg.szInterface, sizeof cfg.szInterface) != 0 ||
-        write_text(sec, "username", cfg.szUserName, sizeof cfg.szUserName) != 0 ||
-        write_text(sec, "password", cfg.szPassword, sizeof cfg.szPassword) != 0)
-        return -1;
-    return 0;
-}
+constexpr Field kPppoeFields[] = {
+    NET_FIELD(NetPppoeCfg, "enable", iEnable, FieldKind::Int, kBoth),
+    NET_FIELD(NetPppoeCfg, "interface", szInterface, FieldKind::Text, kBoth),
+    NET_FIELD(NetPppoeCfg, "username", szUserName, FieldKind::Text, kBoth),
+    NET_FIELD(NetPppoeCfg, "password", szPassword, FieldKind::Text, kBoth),
+};
+static_assert(fields_fit(kPppoeFields, sizeof(NetPppoeCfg)), "PPPoE table");
 
 } // namespace
 
@@ -42,28 +41,17 @@ int NET_GetDdnsCfg(NetDdnsCfg *pstDdnsCfg)
     struct uci_section *sec = open_section(NET_HERE, pkg, "ddns");
     if (sec == nullptr)
         return -1;
-    read_int(sec, "enable", &pstDdnsCfg->iEnable);
-    read_int(sec, "type", &pstDdnsCfg->iType);
-    read_port(sec, "port", &pstDdnsCfg->usPort);
-    // Texts at the fields' full sizes: their last bytes stay as the caller zeroed them.
-    NET_GetOption(sec, "serverdomain", pstDdnsCfg->szServerDomain,
-                  sizeof pstDdnsCfg->szServerDomain);
-    NET_GetOption(sec, "ddnsdomain", pstDdnsCfg->szDdnsDomain, sizeof pstDdnsCfg->szDdnsDomain);
-    NET_GetOption(sec, "username", pstDdnsCfg->szUserName, sizeof pstDdnsCfg->szUserName);
-    NET_GetOption(sec, "password", pstDdnsCfg->szPassword, sizeof pstDdnsCfg->szPassword);
+    read_fields(sec, kDdnsFields, pstDdnsCfg);
     return 0;
 }
 
 int NET_SetDdnsCfg(const NetDdnsCfg *pstDdnsCfg)
 {
-    if (pstDdnsCfg == nullptr) {
-        // Deliberately names the PPPoE parameter: the message is kept as it always was.
-        NET_LOGT(NET_LVL_ERR, PL_PARAM_ERROR_PRINT, "pstPppoeCfg: %p.\n", (const void *)pstDdnsCfg);
-        return -1;
-    }
+    // Names the PPPoE parameter: log readers match this text as it always was.
+    NET_CHECK_ARGS(-1, "pstPppoeCfg: %p.\n", pstDdnsCfg);
     UciPackage pkg;
     struct uci_section *sec = open_section(NET_HERE, pkg, "ddns");
-    if (sec == nullptr || write_ddns(sec, *pstDdnsCfg) != 0)
+    if (sec == nullptr || write_fields(sec, kDdnsFields, pstDdnsCfg) != 0)
         return -1;
     return commit_logged(NET_HERE, pkg);
 }
@@ -75,10 +63,7 @@ int NET_GetPppoeCfg(NetPppoeCfg *pstPppoeCfg)
     struct uci_section *sec = open_section(NET_HERE, pkg, "pppoe");
     if (sec == nullptr)
         return -1;
-    read_int(sec, "enable", &pstPppoeCfg->iEnable);
-    NET_GetOption(sec, "interface", pstPppoeCfg->szInterface, sizeof pstPppoeCfg->szInterface);
-    NET_GetOption(sec, "username", pstPppoeCfg->szUserName, sizeof pstPppoeCfg->szUserName);
-    NET_GetOption(sec, "password", pstPppoeCfg->szPassword, sizeof pstPppoeCfg->szPassword);
+    read_fields(sec, kPppoeFields, pstPppoeCfg);
     return 0;
 }
 
@@ -86,7 +71,7 @@ int NET_SetPppoeCfg(NetPppoeCfg stPppoeCfg)
 {
     UciPackage pkg;
     struct uci_section *sec = open_section(NET_HERE, pkg, "pppoe");
-    if (sec == nullptr || write_pppoe(sec, stPppoeCfg) != 0)
+    if (sec == nullptr || write_fields(sec, kPppoeFields, &stPppoeCfg) != 0)
         return -1;
     return commit_logged(NET_HERE, pkg);
 }

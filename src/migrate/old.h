@@ -6,6 +6,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "config/fields.h"
 #include "config/uci_access.h"
 #include "base/log.h"
 
@@ -32,14 +33,9 @@ struct uci_section *open_old_section_for_write(CallSite site, UciPackage &pkg, c
 struct uci_section *old_section_for_write(CallSite site, UciPackage &pkg, const char *secType,
                                           const char *secName);
 
-// Booleans of the old layout are "true" and "false"; any other text leaves *value as it was.
-void read_bool(struct uci_section *sec, const char *name, int32_t *value);
-// Non-zero is "true".
-int write_bool(struct uci_section *sec, const char *name, int32_t value);
-
-// A text option read through a 64-byte buffer into a record's field: at most fieldSize - 1
-// characters, terminated; an absent option leaves the field as it was.
-void read_old_text(struct uci_section *sec, const char *name, char *field, size_t fieldSize);
+// Booleans of the old layout: the old firmware reads these spellings, and any other value
+// is written as "true". Any other text read leaves the field as it was.
+inline constexpr Word kOldBool[] = {{1, "true"}, {0, "false"}};
 
 // A record's text field (which may fill its array unterminated) as a terminated copy.
 struct FieldText {

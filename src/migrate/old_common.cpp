@@ -16,7 +16,6 @@ namespace
 {
 
 constexpr const char kConfigDir[] = "/etc/config";
-constexpr unsigned int kOldTextLen = 64;
 
 // An empty file is an empty package to the loader.
 void ensure_package_file(const char *pkgName)
@@ -63,32 +62,6 @@ struct uci_section *old_section_for_write(CallSite site, UciPackage &pkg, const 
         NET_LOG_AT(site, NET_LVL_ERR, "section: %s.\n", secName);
     }
     return sec;
-}
-
-void read_bool(struct uci_section *sec, const char *name, int32_t *value)
-{
-    char buf[kOldTextLen] = {0};
-    if (NET_GetOption(sec, name, buf, sizeof buf) != 0)
-        return;
-    if (strcmp(buf, "true") == 0)
-        *value = 1;
-    else if (strcmp(buf, "false") == 0)
-        *value = 0;
-}
-
-int write_bool(struct uci_section *sec, const char *name, int32_t value)
-{
-    return NET_SetOption(sec, name, value != 0 ? "true" : "false");
-}
-
-void read_old_text(struct uci_section *sec, const char *name, char *field, size_t fieldSize)
-{
-    char buf[kOldTextLen] = {0};
-    if (NET_GetOption(sec, name, buf, sizeof buf) != 0 || fieldSize == 0)
-        return;
-    size_t len = strnlen(buf, fieldSize - 1);
-    memcpy(field, buf, len);
-    field[len] = '\0';
 }
 
 FieldText field_text(const char *field, size_t fieldSize)

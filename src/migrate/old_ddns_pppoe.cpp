@@ -1,7 +1,4 @@
 // DDNS and PPPoE accounts of the old layout, each in a package of its own ("ddns", "pppoe").
-// The old DDNS names its provider; the record keeps a number.
-#include <string.h>
-
 #include "libnetwork.h"
 #include "migrate/old.h"
 #include "base/log.h"
@@ -11,58 +8,33 @@ using namespace netlib;
 namespace
 {
 
-struct Provider {
-    int32_t type;
-    const char *name;
+// The old DDNS names its provider; the record keeps a number. A number without a name is
+// written as the first name, and an unknown name leaves the record's number as it was.
+constexpr Word kProviders[] = {{0, "DynDNS"}, {1, "NO-IP"}};
+
+// The old layout has one domain: the name the device is reached by. The port is written
+// third (its place in the file) and read last (its place among the lines logged for
+// overlong values).
+constexpr Field kOldDdnsFields[] = {
+    NET_FIELD_WORDS(NetDdnsCfg, "enable", iEnable, FieldKind::Word, kBoth, kOldBool),
+    NET_FIELD_WORDS(NetDdnsCfg, "type", iType, FieldKind::Word, kBoth, kProviders),
+    NET_FIELD(NetDdnsCfg, "port", usPort, FieldKind::Port, kWrite),
+    NET_FIELD(NetDdnsCfg, "domain", szDdnsDomain, FieldKind::CutText, kBoth),
+    NET_FIELD(NetDdnsCfg, "username", szUserName, FieldKind::CutText, kBoth),
+    NET_FIELD(NetDdnsCfg, "password", szPassword, FieldKind::CutText, kBoth),
+    NET_FIELD(NetDdnsCfg, "port", usPort, FieldKind::Port, kRead),
 };
+static_assert(fields_fit(kOldDdnsFields, sizeof(NetDdnsCfg)), "old DDNS table");
 
-// The first entry is also what a number without a name is written as.
-constexpr Provider kProviders[] = {{0, "DynDNS"}, {1, "NO-IP"}};
-
-// An unknown name leaves the record's number as it was.
-void read_provider(struct uci_section *sec, int32_t *type)
-{
-    char buf[kNumBufLen] = {0};
-    if (NET_GetOption(sec, "type", buf, sizeof buf) != 0)
-        return;
-    for (const Provider &p : kProviders) {
-        if (strcmp(buf, p.name) == 0)
-            *type = p.type;
-    }
-}
-
-const char *provider_name(int32_t type)
-{
-    for (const Provider &p : kProviders) {
-        if (p.type == type)
-            return p.name;
-    }
-    return kProviders[0].name;
-}
-
-// The old layout has one domain: the name the device is reached by.
-int write_ddns(struct uci_section *sec, const NetDdnsCfg &cfg)
-{
-    if (write_bool(sec, "enable", cfg.iEnable) != 0 ||
-        NET_SetOption(sec, "type", provider_name(cfg.iType)) != 0 ||
-        write_int(sec, "port", cfg.usPort) != 0 ||
-        write_text(sec, "domain", cfg.szDdnsDomain, sizeof cfg.szDdnsDomain) != 0 ||
-        write_text(sec, "username", cfg.szUserName, sizeof cfg.szUserName) != 0 ||
-        write_text(sec, "password", cfg.szPassword, sizeof cfg.szPassword) != 0)
-        return -1;
-    return 0;
-}
-
-int write_pppoe(struct uci_section *sec, const NetPppoeCfg &cfg)
-{
-    if (write_bool(sec, "enable", cfg.iEnable) != 0 ||
-        write_text(sec, "interface", cfg.szInterface, sizeof cfg.szInterface) != 0 ||
-        write_text(sec, "username", cfg.szUserName, sizeof cfg.szUserName) != 0 ||
-        write_text(sec, "password", cfg.szPassword, sizeof cfg.szPassword) != 0 ||
-        write_text(sec, "passwordconfirm", cfg.szPassword, sizeof cfg.szPassword) != 0)
-        return -1;
-    return 0;
-}
+// The old layout keeps the password twice: "passwordconfirm" is written, never read.
+constexpr Field kOldPppoeFields[] = {
+    NET_FIELD_WORDS(NetPppoeCfg, "enable", iEnable, FieldKind::Word, kBoth, kOldBool),
+    NET_FIELD(NetPppoeCfg, "interface", szInterface, FieldKind::CutText, kBoth),
+    NET_FIELD(NetPppoeCfg, "username", szUserName, FieldKind::CutText, kBoth),
+    NET_FIELD(NetPppoeCfg, "password", szPassword, FieldKind::CutText, kBoth),
+    NET_FIELD(NetPppoeCfg, "passwordconfirm", szPassword, FieldKind::CutText, kWrite),
+};
+static_assert(fields_fit(kOldPppoeFields, sizeof(NetPppoeCfg)), "old PPPoE table");
 
 } // namespace
 
@@ -75,13 +47,7 @@ int NET_GetOldDdnsCfg(NetDdnsCfg *pstDdnsCfg)
     struct uci_section *sec = open_old_section(NET_HERE, pkg, kOldDdnsPkg, "ddns");
     if (sec == nullptr)
         return -1;
-    NetDdnsCfg &cfg = *pstDdnsCfg;
-    read_bool(sec, "enable", &cfg.iEnable);
-    read_provider(sec, &cfg.iType);
-    read_old_text(sec, "domain", cfg.szDdnsDomain, sizeof cfg.szDdnsDomain);
-    read_old_text(sec, "username", cfg.szUserName, sizeof cfg.szUserName);
-    read_old_text(sec, "password", cfg.szPassword, sizeof cfg.szPassword);
-    read_port(sec, "port", &cfg.usPort);
+    read_fields(sec, kOldDdnsFields, pstDdnsCfg);
     return 0;
 }
 
@@ -91,7 +57,7 @@ int NET_SetOldDdnsCfg(const NetDdnsCfg *pstDdnsCfg)
     UciPackage pkg;
     struct uci_section *sec =
         open_old_section_for_write(NET_HERE, pkg, kOldDdnsPkg, "ddns", "ddns");
-    if (sec == nullptr || write_ddns(sec, *pstDdnsCfg) != 0)
+    if (sec == nullptr || write_fields(sec, kOldDdnsFields, pstDdnsCfg) != 0)
         return -1;
     return commit_logged(NET_HERE, pkg);
 }
@@ -103,11 +69,7 @@ int NET_GetOldPppoeCfg(NetPppoeCfg *pstPppoeCfg)
     struct uci_section *sec = open_old_section(NET_HERE, pkg, kOldPppoePkg, "pppoe");
     if (sec == nullptr)
         return -1;
-    NetPppoeCfg &cfg = *pstPppoeCfg;
-    read_bool(sec, "enable", &cfg.iEnable);
-    read_old_text(sec, "interface", cfg.szInterface, sizeof cfg.szInterface);
-    read_old_text(sec, "username", cfg.szUserName, sizeof cfg.szUserName);
-    read_old_text(sec, "password", cfg.szPassword, sizeof cfg.szPassword);
+    read_fields(sec, kOldPppoeFields, pstPppoeCfg);
     return 0;
 }
 
@@ -117,7 +79,7 @@ int NET_SetOldPppoeCfg(const NetPppoeCfg *pstPppoeCfg)
     UciPackage pkg;
     struct uci_section *sec =
         open_old_section_for_write(NET_HERE, pkg, kOldPppoePkg, "pppoe", "pppoe");
-    if (sec == nullptr || write_pppoe(sec, *pstPppoeCfg) != 0)
+    if (sec == nullptr || write_fields(sec, kOldPppoeFields, pstPppoeCfg) != 0)
         return -1;
     return commit_logged(NET_HERE, pkg);
 }

@@ -1,7 +1,6 @@
 // The interface settings of the old layout: addresses in section "lan" of "network", modes,
 // card type, MTU, IPv6 gateway and DNS servers in section "tcpip" of the package "tcpip".
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include "config/ether.h"
@@ -16,34 +15,25 @@ namespace
 
 constexpr int kDefaultMtu = 1500;
 constexpr unsigned int kIp6BufLen = 64;
-constexpr int kIpv6Manual = 1;
-constexpr int kIpv6Dhcpv6 = 0;
 
+// DHCP is "true"; every other IPv4 mode is written as "false".
+constexpr Word kOldIpv4Modes[] = {{0, "false"}, {1, "true"}};
 // "true" is the address set by hand, "false" DHCPv6; a mode the old firmware had no word for
 // (router advertisement) is kept as its number so that it survives a round trip.
-void read_ipv6_mode(struct uci_section *sec, int32_t *mode)
-{
-    char buf[kNumBufLen] = {0};
-    if (NET_GetOption(sec, "ipv6mode", buf, sizeof buf) != 0)
-        return;
-    if (strcmp(buf, "true") == 0) {
-        *mode = kIpv6Manual;
-    } else if (strcmp(buf, "false") == 0) {
-        *mode = kIpv6Dhcpv6;
-    } else {
-        char *end = nullptr;
-        long value = strtol(buf, &end, 10);
-        if (end != buf && *end == '\0')
-            *mode = static_cast<int32_t>(value);
-    }
-}
+constexpr Word kOldIpv6Modes[] = {{1, "true"}, {0, "false"}};
 
-int write_ipv6_mode(struct uci_section *sec, int32_t mode)
-{
-    if (mode == kIpv6Manual || mode == kIpv6Dhcpv6)
-        return write_bool(sec, "ipv6mode", mode == kIpv6Manual);
-    return write_int(sec, "ipv6mode", mode);
-}
+// The IPv6 mode is read first but written second. The IPv6 gateway is written, never read:
+// the reader takes it from "lan". As in the interface record, no stored MTU is the default.
+constexpr Field kOldTcpipFields[] = {
+    NET_FIELD_WORDS(NetEtherCfg, "ipv6mode", iIpv6Mode, FieldKind::WordOrInt, kRead, kOldIpv6Modes),
+    NET_FIELD_WORDS(NetEtherCfg, "ipv4dhcpmode", iIpv4Mode, FieldKind::Word, kBoth, kOldIpv4Modes),
+    NET_FIELD_WORDS(NetEtherCfg, "ipv6mode", iIpv6Mode, FieldKind::WordOrInt, kWrite,
+                    kOldIpv6Modes),
+    NET_FIELD(NetEtherCfg, "ipv6gateway", szIpv6Gateway, FieldKind::Text, kWrite),
+    NET_FIELD(NetEtherCfg, "cardtype", iCardType, FieldKind::Int, kBoth),
+    NET_FIELD_PRESET(NetEtherCfg, "mtu", iMtu, FieldKind::Int, kBoth, kDefaultMtu),
+};
+static_assert(fields_fit(kOldTcpipFields, sizeof(NetEtherCfg)), "old TCP/IP table");
 
 struct DnsPair {
     NetEtherCfg *cfg;
@@ -70,16 +60,6 @@ void read_lan(struct uci_section *sec, NetEtherCfg &cfg)
         sscanf(text, "%*[^/]/%d", &cfg.iIpv6PrefixLen);
     }
     NET_GetOption(sec, "ip6gw", cfg.szIpv6Gateway, sizeof cfg.szIpv6Gateway);
-}
-
-int write_tcpip(struct uci_section *sec, const NetEtherCfg &cfg)
-{
-    if (write_bool(sec, "ipv4dhcpmode", cfg.iIpv4Mode == 1) != 0 ||
-        write_ipv6_mode(sec, cfg.iIpv6Mode) != 0 ||
-        write_text(sec, "ipv6gateway", cfg.szIpv6Gateway, sizeof cfg.szIpv6Gateway) != 0 ||
-        write_int(sec, "cardtype", cfg.iCardType) != 0 || write_int(sec, "mtu", cfg.iMtu) != 0)
-        return -1;
-    return 0;
 }
 
 // Both servers, master first, replacing what the list held; empty ones too, so that the
@@ -126,14 +106,8 @@ int NET_GetOldTcpipCfg(NetEtherCfg *pstEtherCfg)
     struct uci_section *sec = open_old_section(NET_HERE, pkg, kOldTcpipPkg, "tcpip");
     if (sec == nullptr)
         return -1;
-    NetEtherCfg &cfg = *pstEtherCfg;
-    read_ipv6_mode(sec, &cfg.iIpv6Mode);
-    read_bool(sec, "ipv4dhcpmode", &cfg.iIpv4Mode);
-    read_int(sec, "cardtype", &cfg.iCardType);
-    // As in the interface record: no stored MTU is the default one.
-    cfg.iMtu = kDefaultMtu;
-    read_int(sec, "mtu", &cfg.iMtu);
-    DnsPair pair{&cfg, false};
+    read_fields(sec, kOldTcpipFields, pstEtherCfg);
+    DnsPair pair{pstEtherCfg, false};
     for_each_list_value(sec, "dns", take_dns, &pair);
     return 0;
 }
@@ -144,7 +118,7 @@ int NET_SetOldTcpipCfg(const NetEtherCfg *pstEtherCfg)
     UciPackage pkg;
     struct uci_section *sec =
         open_old_section_for_write(NET_HERE, pkg, kOldTcpipPkg, "tcpip", "tcpip");
-    if (sec == nullptr || write_tcpip(sec, *pstEtherCfg) != 0 ||
+    if (sec == nullptr || write_fields(sec, kOldTcpipFields, pstEtherCfg) != 0 ||
         write_dns(NET_HERE, sec, *pstEtherCfg) != 0)
         return -1;
     return commit_logged(NET_HERE, pkg);

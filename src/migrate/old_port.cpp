@@ -15,40 +15,23 @@ namespace
 
 // The HTTPS port is read but, as the port store does, never written back: the web server
 // keeps listening where it was told before.
-void read_ports(struct uci_section *sec, NetPortCfg &cfg)
-{
-    read_port(sec, "httpport", &cfg.usHttpPort);
-    read_port(sec, "httpsport", &cfg.usHttpsPort);
-    read_port(sec, "rtspport", &cfg.usRtspPort);
-}
+constexpr Field kOldPortFields[] = {
+    NET_FIELD(NetPortCfg, "httpport", usHttpPort, FieldKind::Port, kBoth),
+    NET_FIELD(NetPortCfg, "httpsport", usHttpsPort, FieldKind::Port, kRead),
+    NET_FIELD(NetPortCfg, "rtspport", usRtspPort, FieldKind::Port, kBoth),
+};
+static_assert(fields_fit(kOldPortFields, sizeof(NetPortCfg)), "old port table");
 
-void read_mapping(struct uci_section *sec, NetPortCfg &cfg)
-{
-    read_bool(sec, "enable", &cfg.iPortMapEnable);
-    read_int(sec, "mode", &cfg.iPortMapMode);
-    read_port(sec, "HTTP_extport", &cfg.usExtHttpPort);
-    read_port(sec, "RTSP_extport", &cfg.usExtRtspPort);
-}
-
-int write_ports(struct uci_section *sec, const NetPortCfg &cfg)
-{
-    if (write_int(sec, "httpport", cfg.usHttpPort) != 0 ||
-        write_int(sec, "rtspport", cfg.usRtspPort) != 0)
-        return -1;
-    return 0;
-}
-
-int write_mapping(struct uci_section *sec, const NetPortCfg &cfg)
-{
-    if (write_bool(sec, "enable", cfg.iPortMapEnable) != 0 ||
-        write_int(sec, "mode", cfg.iPortMapMode) != 0 ||
-        write_int(sec, "HTTP_inport", cfg.usHttpPort) != 0 ||
-        write_int(sec, "HTTP_extport", cfg.usExtHttpPort) != 0 ||
-        write_int(sec, "RTSP_inport", cfg.usRtspPort) != 0 ||
-        write_int(sec, "RTSP_extport", cfg.usExtRtspPort) != 0)
-        return -1;
-    return 0;
-}
+// The "_inport" options repeat the device's ports: written, never read.
+constexpr Field kOldMappingFields[] = {
+    NET_FIELD_WORDS(NetPortCfg, "enable", iPortMapEnable, FieldKind::Word, kBoth, kOldBool),
+    NET_FIELD(NetPortCfg, "mode", iPortMapMode, FieldKind::Int, kBoth),
+    NET_FIELD(NetPortCfg, "HTTP_inport", usHttpPort, FieldKind::Port, kWrite),
+    NET_FIELD(NetPortCfg, "HTTP_extport", usExtHttpPort, FieldKind::Port, kBoth),
+    NET_FIELD(NetPortCfg, "RTSP_inport", usRtspPort, FieldKind::Port, kWrite),
+    NET_FIELD(NetPortCfg, "RTSP_extport", usExtRtspPort, FieldKind::Port, kBoth),
+};
+static_assert(fields_fit(kOldMappingFields, sizeof(NetPortCfg)), "old port mapping table");
 
 // One entry for every IPv4 and one for every IPv6 address, replacing the old ones.
 int write_listen(struct uci_section *sec, unsigned short port)
@@ -74,11 +57,11 @@ int NET_GetOldPortCfg(NetPortCfg *pstPortCfg)
     struct uci_section *sec = open_old_section(NET_HERE, pkg, kOldPortPkg, "port");
     if (sec == nullptr)
         return -1;
-    read_ports(sec, *pstPortCfg);
+    read_fields(sec, kOldPortFields, pstPortCfg);
     sec = find_section(NET_HERE, pkg, "portmapping");
     if (sec == nullptr)
         return -1;
-    read_mapping(sec, *pstPortCfg);
+    read_fields(sec, kOldMappingFields, pstPortCfg);
     return 0;
 }
 
@@ -88,10 +71,10 @@ int NET_SetOldPortCfg(const NetPortCfg *pstPortCfg)
     UciPackage pkg;
     struct uci_section *sec =
         open_old_section_for_write(NET_HERE, pkg, kOldPortPkg, "port", "port");
-    if (sec == nullptr || write_ports(sec, *pstPortCfg) != 0)
+    if (sec == nullptr || write_fields(sec, kOldPortFields, pstPortCfg) != 0)
         return -1;
     sec = old_section_for_write(NET_HERE, pkg, "portmapping", "portmapping");
-    if (sec == nullptr || write_mapping(sec, *pstPortCfg) != 0)
+    if (sec == nullptr || write_fields(sec, kOldMappingFields, pstPortCfg) != 0)
         return -1;
     if (commit_logged(NET_HERE, pkg) != 0)
         return -1;
