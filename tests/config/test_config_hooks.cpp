@@ -11,7 +11,7 @@
 
 #include "libnetwork.h"
 #include "sandbox.h"
-#include "test_cfg_common.h"
+#include "config_support.h"
 
 using namespace cfgtest;
 using sandbox::FdCheck;

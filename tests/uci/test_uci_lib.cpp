@@ -4,10 +4,14 @@
 
 #include <fcntl.h>
 #include <stdlib.h>
+#include <signal.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -699,3 +703,42 @@ TEST(UciDefaultDirs, EtcConfigNetwork)
 }
 
 } // namespace
+
+// uci_list_configs counts the names of the directory, allocates, then reads the directory
+// again to fill the block: a longer name that appears in between was copied past its end.
+TEST(UciList, ListingWhileTheDirectoryChanges)
+{
+    REQUIRE_SANDBOX();
+    char tmpl[] = "/tmp/configs.XXXXXX";
+    const std::string dir = mkdtemp(tmpl);
+    const std::string shortName = "a", longName(200, 'b');
+    pid_t churn = fork();
+    ASSERT_GE(churn, 0);
+    if (churn == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        const std::string a = dir + "/" + shortName, b = dir + "/" + longName;
+        for (;;) {
+            close(open(a.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+            unlink(b.c_str());
+            close(open(b.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+            unlink(a.c_str());
+        }
+    }
+    struct uci_context *ctx = uci_alloc_context();
+    uci_set_confdir(ctx, dir.c_str());
+    int listings = 0, odd = 0;
+    for (auto start = std::chrono::steady_clock::now();
+         std::chrono::steady_clock::now() - start < std::chrono::seconds(2); ++listings) {
+        char **list = nullptr;
+        if (uci_list_configs(ctx, &list) != 0)
+            continue;
+        for (char **p = list; *p != nullptr; ++p)
+            odd += (*p != shortName && *p != longName) ? 1 : 0;
+        free(list);
+    }
+    kill(churn, SIGKILL);
+    waitpid(churn, nullptr, 0);
+    uci_free_context(ctx);
+    sandbox::sh("rm -rf '" + dir + "'");
+    EXPECT_EQ(0, odd) << "names that are no names of the directory, in " << listings;
+}

@@ -5,7 +5,7 @@
 
 #include "libnetwork.h"
 #include "sandbox.h"
-#include "test_mig_support.h"
+#include "migrate_support.h"
 
 using namespace migtest;
 using sandbox::FdCheck;

@@ -5,7 +5,7 @@
 
 #include "libnetwork.h"
 #include "sandbox.h"
-#include "test_cfg_common.h"
+#include "config_support.h"
 
 using namespace cfgtest;
 using sandbox::FdCheck;
@@ -31,9 +31,7 @@ TEST(CfgAddr, SetIpv4AddrStoresAddressAndMaskOnly)
     REQUIRE_SANDBOX();
     install();
     FdCheck fds;
-    LogCapture log;
     EXPECT_EQ(0, NET_SetIpv4AddrCfg("eth0", "10.0.0.7", "999.0.0.0")); // not validated
-    EXPECT_TRUE(log.texts().empty());
     std::string lan = block(kCommitted, "lan");
     lan.replace(lan.find("192.168.1.64"), 12, "10.0.0.7");
     lan.replace(lan.find("255.255.255.0"), 13, "999.0.0.0");
@@ -88,7 +86,6 @@ TEST(CfgAddr, Ipv6AddressIsStoredWithItsPrefixAndReadWithout)
     REQUIRE_SANDBOX();
     install();
     FdCheck fds;
-    LogCapture log;
     ASSERT_EQ(0, NET_SetIpv6AddrCfg("eth0", "2001:db8::5", 64));
     std::string lan = block(kCommitted, "lan");
     lan.replace(lan.find("2001:db8::40/64"), 15, "2001:db8::5/64");
@@ -102,7 +99,6 @@ TEST(CfgAddr, Ipv6AddressIsStoredWithItsPrefixAndReadWithout)
     ASSERT_EQ(0, NET_SetIpv6AddrCfg("eth0", longAddr.c_str(), 128));
     EXPECT_EQ(0, NET_GetIpv6AddrCfg("eth0", addr));
     EXPECT_EQ(std::string(63, 'a'), addr);
-    EXPECT_TRUE(log.texts().empty());
 }
 
 TEST(CfgAddr, GetIpv6AddrReadsByCommitting)
@@ -112,10 +108,8 @@ TEST(CfgAddr, GetIpv6AddrReadsByCommitting)
     char addr[64] = {0};
     {
         FdCheck fds;
-        LogCapture log;
         EXPECT_EQ(0, NET_GetIpv6AddrCfg("eth0", addr)); // no "/": the whole text
         EXPECT_STREQ("2001:db8::9", addr);
-        EXPECT_TRUE(log.texts().empty());
         EXPECT_EQ(lan_hand("\toption ip6addr \"2001:db8::9\"\n"), stored()); // nothing changed
     }
     {

@@ -7,7 +7,7 @@
 
 #include "libnetwork.h"
 #include "sandbox.h"
-#include "test_model_support.h"
+#include "../config/config_support.h"
 
 using namespace modeltest;
 using sandbox::FdCheck;
@@ -282,9 +282,7 @@ TEST_F(Subnet, RouteAdvertisedAddressCarriesTheMac)
         SCOPED_TRACE(std::string(c.mac) + " " + c.addr);
         sandbox::set_mac("lan1", c.mac);
         FdCheck fds;
-        LogCapture log;
         EXPECT_EQ(c.result, NET_IsIpv6RouteAdviseAddr("lan1", c.addr));
-        EXPECT_EQ(Lines{}, log.texts());
     }
     EXPECT_EQ(0, NET_IsIpv6RouteAdviseAddr("nosuch0", "fe80::ff:fe33:55"));
 }

@@ -11,7 +11,7 @@
 
 #include "libnetwork.h"
 #include "sandbox.h"
-#include "test_cfg_common.h"
+#include "config_support.h"
 
 using namespace cfgtest;
 using sandbox::FdCheck;
@@ -79,7 +79,6 @@ TEST(CfgUci, ReadsTheHandWrittenPackageInEveryQuotingStyle)
     REQUIRE_SANDBOX();
     install();
     FdCheck fds;
-    LogCapture log;
     OpenNetwork pkg;
     ASSERT_NE(nullptr, pkg.get());
     EXPECT_STREQ("network", pkg.get()->e.name);
@@ -105,7 +104,6 @@ TEST(CfgUci, ReadsTheHandWrittenPackageInEveryQuotingStyle)
     for (const auto &c : cases)
         EXPECT_EQ(c.value, get_option(pkg.section(c.section), c.option))
             << c.section << "." << c.option;
-    EXPECT_TRUE(log.texts().empty()); // absent and list options are silent
 }
 
 TEST(CfgUci, GetOptionCopiesCapacityMinusOneAndAddsNoTerminator)
@@ -125,6 +123,7 @@ TEST(CfgUci, GetOptionCopiesCapacityMinusOneAndAddsNoTerminator)
         {13, v + "XXXXXXXX", false},                     // exactly capacity - 1: no terminator
         {12, v.substr(0, 11) + "XXXXXXXXX", true},       // cut, logged, still a success
         {1, std::string(20, 'X'), true},
+        {0, std::string(20, 'X'), true}, // no room at all: the capacity does not wrap
     };
     for (const auto &c : cases) {
         LogCapture log;
@@ -238,7 +237,6 @@ TEST(CfgUci, SectionsAreFoundCreatedAndDeleted)
                          plain("NET_CreateAndGetSection", "section: wan.\\n")}),
                   log.texts());
     }
-    LogCapture log;
     // An existing name is reused as it is, whatever its type.
     struct uci_section *port = pkg.section("port");
     EXPECT_EQ(port, NET_CreateAndGetSection(pkg.get(), "route", "port"));
@@ -250,7 +248,6 @@ TEST(CfgUci, SectionsAreFoundCreatedAndDeleted)
     EXPECT_EQ(0, NET_DelSection(pkg.section("cfg03c8b4"))); // the anonymous route
     EXPECT_EQ(0, NET_DelSection(pkg.section("loopback")));
     EXPECT_EQ(0, pkg.commit());
-    EXPECT_TRUE(log.texts().empty());
     std::string expect = without_block(kCommitted, "loopback");
     expect.erase(expect.find(kRouteBlock), kRouteBlock.size());
     EXPECT_EQ(expect + "config route 'eth0_E0000000'\n\toption target '224.0.0.0'\n\n", stored());
@@ -274,7 +271,6 @@ TEST(CfgUci, OptionsAndListsChangeAsCommitted)
     EXPECT_EQ(0, NET_DelUciList(lan, "dns", "8.8.8.8")); // every copy goes
     EXPECT_EQ(0, NET_SetUciList(lan, "ifname", "eth1")); // a string becomes a list
     EXPECT_EQ(0, NET_SetOption(lan, "ip6addr", ""));     // empty value deletes
-    EXPECT_TRUE(log.texts().empty());
     // Values that are not stored as list items cannot be deleted.
     for (const char *list : {"dns", "netmask", "ntp"})
         EXPECT_EQ(-1, NET_DelUciList(lan, list, "255.255.255.0")) << list;
@@ -353,10 +349,8 @@ TEST(CfgUci, BackupHooksDoNothing)
     REQUIRE_SANDBOX();
     install("config broken\n\toption x\n"); // whatever the file holds, it stays as it is
     FdCheck fds;
-    LogCapture log;
     EXPECT_EQ(0, NET_BackupCfgFile());
     EXPECT_EQ(0, NET_RestoreCfgFile());
-    EXPECT_TRUE(log.texts().empty());
     EXPECT_EQ("config broken\n\toption x\n", stored());
     EXPECT_EQ("", sandbox::sh_out("ls -A /etc/config | grep -v '^network$'"));
 }

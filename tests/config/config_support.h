@@ -1,8 +1,11 @@
-// Shared pieces of the configuration-store suites: the "network" package as the device and
-// its command-line tool leave it, the same package as any commit writes it, and helpers to
-// install, read back and compare it.
+// Shared pieces of the configuration and device suites: the "network" package as the device
+// and its command-line tool leave it, the same package as any commit writes it, a builder of
+// packages section by section, and helpers to install, read back and compare them.
 #pragma once
 
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/lsan_interface.h>
+#endif
 #include <stdio.h>
 
 #include <string>
@@ -246,4 +249,82 @@ inline Lines commit_failed(const std::string &func, const std::string &msg = "co
     return {plain("NET_UciCommit", "commit failed\\n"), plain(func, msg)};
 }
 
+inline std::string ptr(const void *p)
+{
+    return ptr_text(p);
+}
+
+inline std::string tagged(const std::string &func, const std::string &tag, const std::string &msg)
+{
+    return sandbox::expect_line(func, tag + " \"" + msg + "\"");
+}
+
+inline Lines operator+(Lines a, const Lines &b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+// One section: its type, its name, and its lines ("option proto 'static'", "list dns 'x'").
+struct Section {
+    std::string type;
+    std::string name;
+    Lines lines;
+};
+
+// A blank line before every section, options indented by a tab, values in single quotes, a
+// blank line at the end.
+inline std::string uci_text(const std::vector<Section> &sections)
+{
+    std::string out;
+    for (const Section &s : sections) {
+        out += "\nconfig " + s.type + " '" + s.name + "'\n";
+        for (const std::string &l : s.lines)
+            out += "\t" + l + "\n";
+    }
+    return out + "\n";
+}
+
+inline std::string opt(const std::string &name, const std::string &value)
+{
+    return "option " + name + " '" + value + "'";
+}
+
+inline std::string item(const std::string &name, const std::string &value)
+{
+    return "list " + name + " '" + value + "'";
+}
+
+inline Section loopback()
+{
+    return {"interface", "loopback", {opt("ifname", "lo"), opt("proto", "static")}};
+}
+
+inline void install(const std::vector<Section> &sections)
+{
+    sandbox::write_file(kPath, uci_text(sections), 0600);
+}
+
+// Allocations of a scope are not reported as leaks: for the paths that leave a package open
+// on purpose.
+class LeakAllowed
+{
+  public:
+#if defined(__SANITIZE_ADDRESS__)
+    LeakAllowed()
+    {
+        __lsan_disable();
+    }
+    ~LeakAllowed()
+    {
+        __lsan_enable();
+    }
+#else
+    LeakAllowed() {}
+    ~LeakAllowed() {}
+#endif
+};
+
 } // namespace cfgtest
+
+namespace modeltest = cfgtest;

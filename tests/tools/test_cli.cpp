@@ -47,132 +47,61 @@ int lines(const std::string &s)
     return n;
 }
 
-// ---- A small JSON checker: the whole text is one value, then a newline ------------------
-struct JsonCheck {
-    const std::string &s;
-    size_t i = 0;
+// ---- A small JSON checker: one value, strings with control bytes escaped -----------------
+bool json_value(const std::string &s, size_t &i);
 
-    void ws()
-    {
-        while (i < s.size() && (s[i] == ' ' || s[i] == '\t' || s[i] == '\r' || s[i] == '\n'))
-            ++i;
-    }
-    bool lit(const char *w)
-    {
-        size_t n = strlen(w);
-        if (s.compare(i, n, w) != 0)
+bool json_string(const std::string &s, size_t &i)
+{
+    for (++i; i < s.size() && s[i] != '"'; ++i) {
+        if (static_cast<unsigned char>(s[i]) < 0x20)
             return false;
-        i += n;
-        return true;
-    }
-    bool string()
-    {
-        if (s[i] != '"')
+        if (s[i] == '\\' && (++i >= s.size() || strchr("\"\\/bfnrtu", s[i]) == nullptr))
             return false;
-        for (++i; i < s.size(); ++i) {
-            unsigned char c = static_cast<unsigned char>(s[i]);
-            if (c == '"') {
-                ++i;
-                return true;
-            }
-            if (c < 0x20)
-                return false;
-            if (c == '\\') {
-                ++i;
-                if (i >= s.size() || strchr("\"\\/bfnrtu", s[i]) == nullptr)
-                    return false;
-                if (s[i] == 'u') {
-                    for (int k = 0; k < 4; ++k)
-                        if (++i >= s.size() || !isxdigit(static_cast<unsigned char>(s[i])))
-                            return false;
-                }
-            }
-        }
+    }
+    return i++ < s.size();
+}
+
+// The items of an object or an array, up to and with its closing bracket.
+bool json_items(const std::string &s, size_t &i, char close)
+{
+    if (s[++i] == close)
+        return ++i, true;
+    for (;;) {
+        if (close == '}' && !(s[i] == '"' && json_string(s, i) && s[i++] == ':'))
+            return false;
+        if (!json_value(s, i))
+            return false;
+        if (s[i] == close)
+            return ++i, true;
+        if (s[i++] != ',')
+            return false;
+    }
+}
+
+bool json_value(const std::string &s, size_t &i)
+{
+    if (i >= s.size())
         return false;
-    }
-    bool number()
-    {
-        size_t start = i;
-        if (s[i] == '-')
-            ++i;
-        if (i >= s.size() || !isdigit(static_cast<unsigned char>(s[i])))
-            return false;
-        if (s[i] == '0')
-            ++i;
-        else
-            while (i < s.size() && isdigit(static_cast<unsigned char>(s[i])))
-                ++i;
-        if (i < s.size() && s[i] == '.') {
-            ++i;
-            if (i >= s.size() || !isdigit(static_cast<unsigned char>(s[i])))
-                return false;
-            while (i < s.size() && isdigit(static_cast<unsigned char>(s[i])))
-                ++i;
-        }
-        return i > start;
-    }
-    template <class F> bool sequence(char open, char close, F item)
-    {
+    if (s[i] == '{' || s[i] == '[')
+        return json_items(s, i, s[i] == '{' ? '}' : ']');
+    if (s[i] == '"')
+        return json_string(s, i);
+    for (const char *w : {"true", "false", "null"})
+        if (s.compare(i, strlen(w), w) == 0)
+            return i += strlen(w), true;
+    size_t start = i;
+    i += s[i] == '-';
+    while (i < s.size() && (isdigit(static_cast<unsigned char>(s[i])) || s[i] == '.'))
         ++i;
-        ws();
-        if (i < s.size() && s[i] == close) {
-            ++i;
-            return true;
-        }
-        for (;;) {
-            if (!item())
-                return false;
-            ws();
-            if (i < s.size() && s[i] == close) {
-                ++i;
-                return true;
-            }
-            if (i >= s.size() || s[i] != ',')
-                return false;
-            ++i;
-            ws();
-        }
-        (void)open;
-    }
-    bool value()
-    {
-        ws();
-        if (i >= s.size())
-            return false;
-        switch (s[i]) {
-        case '{':
-            return sequence('{', '}', [this] {
-                if (!string())
-                    return false;
-                ws();
-                if (i >= s.size() || s[i] != ':')
-                    return false;
-                ++i;
-                return value();
-            });
-        case '[':
-            return sequence('[', ']', [this] { return value(); });
-        case '"':
-            return string();
-        case 't':
-            return lit("true");
-        case 'f':
-            return lit("false");
-        case 'n':
-            return lit("null");
-        default:
-            return number();
-        }
-    }
-};
+    return i > start && isdigit(static_cast<unsigned char>(s[i - 1]));
+}
 
-// One object on one line, nothing else.
+// One object on one line, nothing else (the tool prints no blanks between tokens).
 bool one_json_object(const std::string &out)
 {
-    if (out.empty() || out[0] != '{' || out.back() != '\n' || lines(out) != 1)
-        return false;
-    JsonCheck j{out};
-    return j.value() && j.i == out.size() - 1;
+    size_t i = 0;
+    return !out.empty() && out[0] == '{' && lines(out) == 1 && json_value(out, i) &&
+           i == out.size() - 1 && out[i] == '\n';
 }
 
 // ---- The device -------------------------------------------------------------------------

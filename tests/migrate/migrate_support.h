@@ -14,7 +14,7 @@
 #include "companion.h"
 #include "libnetwork.h"
 #include "sandbox.h"
-#include "test_cfg_common.h"
+#include "../config/config_support.h"
 
 namespace migtest
 {
