@@ -84,12 +84,20 @@ int NET_SetPortCfg(NetPortCfg stPortCfg)
     return commit_logged(NET_HERE, pkg);
 }
 
-// Kept as an exported placeholder: the mapping is read with NET_GetPortCfg.
+// Answers 0 and fills nothing: callers read the mapping with NET_GetPortCfg.
 int NET_GetPortMappingCfg(unsigned short usPort, void *pvMapping)
 {
     (void)usPort;
     (void)pvMapping;
     return 0;
+}
+
+// The older name: forwards with the port narrowed to 16 bits and the first value only.
+int NET_GetPortMapping(int iPort, void *pvArg1, void *pvArg2, void *pvArg3)
+{
+    (void)pvArg2;
+    (void)pvArg3;
+    return NET_GetPortMappingCfg(static_cast<unsigned short>(iPort), pvArg1);
 }
 
 } // extern "C"

@@ -80,12 +80,4 @@ int NET_SetMtu(const char *pcIfName, int iMtuVal)
                       });
 }
 
-// Only forwards, the port narrowed to 16 bits; the store keeps no mapping of its own yet.
-int NET_GetPortMapping(int iPort, void *pvArg1, void *pvArg2, void *pvArg3)
-{
-    (void)pvArg2;
-    (void)pvArg3;
-    return NET_GetPortMappingCfg(static_cast<unsigned short>(iPort), pvArg1);
-}
-
 } // extern "C"
