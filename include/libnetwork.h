@@ -131,7 +131,7 @@ typedef struct {
 } NetIpcConfig;
 
 /* ======================================================================================
- * Driver interface table: entry positions are the contract (entry N is the N-th word).
+ * Driver interface table: callers index it, so entry N is the N-th word, for good.
  * ====================================================================================== */
 
 typedef void (*NetReservedFn)(void);
@@ -241,6 +241,7 @@ NET_DRV_ENTRY(apfnReserved58, 58);
 
 /* ======================================================================================
  * Library frame and interface naming
+ *   (src/link/init.cpp, interfaces.cpp, mac.cpp; NET_IsPortUsed: src/socket/port_used.cpp)
  * ====================================================================================== */
 
 /* Name of the device's first interface: "eth0", "lan1" or "lan2" (set by NET_Init). */
@@ -264,6 +265,7 @@ NET_API int NET_Restart(void);
 
 /* ======================================================================================
  * IPv4 addressing
+ *   (src/link/ipv4.cpp, gateway.cpp, default_if.cpp; NET_IPv4SetAddr: src/device/set_addr.cpp)
  * ====================================================================================== */
 
 /* Address of an interface as dotted text (SIOCGIFADDR); silent for a down "wan-pppoe". */
@@ -296,6 +298,7 @@ NET_API int NET_IPv4SetAddr(const char *pcIfName, const char *pcIpv4Addr, const 
 
 /* ======================================================================================
  * Link control
+ *   (src/link/link.cpp, ethtool.cpp; NET_GetPortMapping: src/config/ports.cpp)
  * ====================================================================================== */
 
 /* Sets IFF_UP. */
@@ -319,6 +322,7 @@ NET_API int NET_GetPortMapping(int iPort, void *pvArg1, void *pvArg2, void *pvAr
 
 /* ======================================================================================
  * Older direct-ioctl calls
+ *   (src/link/older_ipv4.cpp)
  * ====================================================================================== */
 
 /* Raw hardware address of an interface (not "lo") into pucMac (iLen > 5); 0 or -1. */
@@ -355,6 +359,7 @@ NET_API int isSameSubnet(const char *pcIpAddr1, const char *pcIpAddr2, const cha
 
 /* ======================================================================================
  * IPv6 addressing
+ *   (src/link/ipv6_list.cpp, ipv6_gateway.cpp, ipv6_addr.cpp)
  * ====================================================================================== */
 
 /* The interface's IPv6 addresses, link-local left out, at most 32; each prefix length is the
@@ -371,10 +376,10 @@ NET_API int NET_SetLocalIpv6Addr(const char *pcIfName, const char *pcIpv6Addr, i
 NET_API int NET_AddIpv6Addr(const char *pcIfName, const char *pstIpv6Addr, int iPrefixLen);
 /* Removes an address; the prefix length must be 3 to 127. */
 NET_API int NET_DelIpv6Addr(const char *pcIfName, const char *pstIpv6Addr, int iPrefixLen);
-/* @@if_ipv6@@ */
 
 /* ======================================================================================
  * DNS resolver file and DHCP switching
+ *   (src/link/resolv.cpp; DHCP: src/config/dhcp.cpp)
  * ====================================================================================== */
 
 /* The servers of the interface's block in "/etc/resolv.conf", cut to the lengths and NOT
@@ -394,10 +399,10 @@ NET_API int create_resolv_file(void);
 NET_API int NET_EnableDhcp(const char *pcIfName);
 /* Stores a static address mode for the interface; it takes effect on the next restart. */
 NET_API int NET_DisableDhcp(const char *pcIfName);
-/* @@if_dns@@ */
 
 /* ======================================================================================
  * Older IPv6 calls
+ *   (src/link/older_ipv6.cpp, ipv6_addr.cpp, ipv6_list.cpp)
  * ====================================================================================== */
 
 /* One IPv6 address as the kernel lists it. */
@@ -440,10 +445,10 @@ NET_API int get_one_right_ipv6_addr(const char *pcIfName, char *pcIpv6Addr, unsi
 NET_API int get_all_ipv6addr(const char *pcIfName, NetIpv6AddrInfoList *pstList);
 /* The first interface's DNS servers, terminated within the lengths; 0, or -1. */
 NET_API int get_dns(char *pcDns1, unsigned int uiLen1, char *pcDns2, unsigned int uiLen2);
-/* @@if_older6@@ */
 
 /* ======================================================================================
  * Driver interface table and its adapters
+ *   (src/compat/driver_table.cpp, drv_adapters.cpp)
  * ====================================================================================== */
 
 /* The four configuration readers of createNetCfgInterface, in this order. */
@@ -499,6 +504,7 @@ NET_API int update_active_interface(void);
 
 /* ======================================================================================
  * Address conversion
+ *   (src/inet/convert.cpp, valid.cpp)
  * ====================================================================================== */
 /* IPv4 text to 4 bytes (network order) with the C library: 0, -1 not an address, -2 null. */
 NET_API int INET_Ipv4StrToNum(const char *pcStr, void *pvAddr);
@@ -530,10 +536,10 @@ NET_API int is_string_ipaddr_ipv6(const char *pcStr, void *pvAddr);
 NET_API int is_stringip_multicast(const char *pcStr, uint32_t *puiAddr);
 /* 1 when the first 39 characters hold two colons (a shape test only), else 0. */
 NET_API int is_stringip_ipv6(const char *pcStr);
-/* @@inet_convert@@ */
 
 /* ======================================================================================
  * Address, mask, port and name lawfulness checks
+ *   (src/inet/lawful.cpp)
  * ====================================================================================== */
 /* 1 when the dotted text is lawful: 0.0.0.0, or four parts up to 255 not ending in .0. */
 NET_API int is_ipaddr_lawful(const char *pcIpAddr);
@@ -555,10 +561,10 @@ NET_API int is_support_ipv6(void);
 NET_API int convert_ipv6_prefix_netmask(unsigned int uiPrefix, void *pvMask);
 /* Leading one bits of a 16-byte netmask (0 to 128), or -1 for null. */
 NET_API int convert_ipv6_netmask_num(const void *pvMask);
-/* @@inet_check@@ */
 
 /* ======================================================================================
  * Older string validators
+ *   (src/inet/older_checks.cpp)
  * ====================================================================================== */
 /* 0 when the text is an IPv4 address, else -1. */
 NET_API int check_str_ipv4(const char *pcStr);
@@ -574,10 +580,10 @@ NET_API int is_v6_addr_valid(const char *pcStr);
 NET_API int is_v6_mask_valid(const char *pcMask);
 /* 1 for an IPv6 multicast address text (ff00::/8), else 0. */
 NET_API int is_v6_addr_multicast(const char *pcStr);
-/* @@inet_older@@ */
 
 /* ======================================================================================
  * Socket helper family (Socket_)
+ *   (src/socket/helper*.cpp; Is_IpV4Addr, Is_IpV6Addr: src/inet/valid.cpp)
  * ====================================================================================== */
 /* Socket addresses are handled as 28-byte storage (an IPv6 socket address); the family
  * field at its start decides whether 16 (IPv4) or 28 bytes are handed to the kernel.
@@ -648,10 +654,10 @@ NET_API int Socket_SendTo(int iSock, const void *pBuf, int iLen, const struct so
 NET_API int Socket_RecvFrom(int iSock, void *pBuf, int iLen, struct sockaddr *pstAddr);
 /* close(): 0, or 1. */
 NET_API int Socket_Close(int iSock);
-/* @@socket_helper@@ */
 
 /* ======================================================================================
  * Legacy socket API family (_api)
+ *   (src/socket/api.cpp)
  * ====================================================================================== */
 /* These print their diagnostics to standard output, not to the log. Where a failure result
  * is "printed", it is printf's count of characters: positive, like a success. */
@@ -699,10 +705,10 @@ NET_API char *kv_find_last_string(char *pcSrc, const char *pcStr);
  * land at iSize); with an empty pcEnd, from one character into the last pcBeg to the end,
  * unbounded. 0; -1 null argument; -2 marker missing or piece too long. */
 NET_API int kv_div_string(char *pcSrc, const char *pcBeg, const char *pcEnd, void *pOut, int iSize);
-/* @@socketapi@@ */
 
 /* ======================================================================================
  * Network utility socket family
+ *   (src/socket/util*.cpp)
  * ====================================================================================== */
 /* This family logs nothing and treats IPv6 as available (is_support_ipv6 answers 1). */
 /* The peer of a connected socket; an IPv4-mapped IPv6 peer is reported as IPv4. */
@@ -785,10 +791,10 @@ NET_API int set_socket_mcast_ttl(int iSock, int iTtl);
 NET_API int set_socket_linger(int iSock, int iOnOff, int iSeconds);
 /* SO_KEEPALIVE, TCP_KEEPIDLE, TCP_KEEPINTVL, TCP_KEEPCNT; the last setsockopt's result. */
 NET_API int set_socket_keeplive(int iSock, int iOnOff, int iIdle, int iInterval, int iCount);
-/* @@socket_util@@ */
 
 /* ======================================================================================
  * UCI access layer
+ *   (src/config/uci_access.cpp)
  * ====================================================================================== */
 /* libuci's own package and section objects, used as handles. */
 struct uci_package;
@@ -824,10 +830,10 @@ NET_API int NET_SetUciList(struct uci_section *pstSection, const char *pcListNam
 /* Removes every copy of a value from a list option; -1 when the list does not hold it. */
 NET_API int NET_DelUciList(struct uci_section *pstSection, const char *pcListName,
                            const char *pcListVal);
-/* @@cfg_uci@@ */
 
 /* ======================================================================================
  * Address and DHCP mode configuration
+ *   (src/config/addr.cpp, dhcp.cpp)
  * ====================================================================================== */
 /* Stores "ipaddr" and "netmask" of the interface's section (values not checked). */
 NET_API int NET_SetIpv4AddrCfg(const char *pcIfName, const char *pcIpv4Addr,
@@ -844,10 +850,10 @@ NET_API int NET_IsDhcpv6Mode(const char *pcIfName);
 NET_API int NET_EnableDhcpCfg(const char *pcIfName);
 /* Sets "proto" to "static" (or "dhcpv6") unless already static. */
 NET_API int NET_DisableDhcpCfg(const char *pcIfName);
-/* @@cfg_addr@@ */
 
 /* ======================================================================================
  * Service port configuration
+ *   (src/config/ports.cpp)
  * ====================================================================================== */
 /* Fills the service ports and the port mapping from the "port" and "portmapping" sections. */
 NET_API int NET_GetPortCfg(NetPortCfg *pstPortCfg);
@@ -855,10 +861,10 @@ NET_API int NET_GetPortCfg(NetPortCfg *pstPortCfg);
 NET_API int NET_SetPortCfg(NetPortCfg stPortCfg);
 /* Placeholder: does nothing, returns 0. */
 NET_API int NET_GetPortMappingCfg(unsigned short usPort, void *pvMapping);
-/* @@cfg_port@@ */
 
 /* ======================================================================================
  * DDNS and PPPoE configuration
+ *   (src/config/ddns_pppoe.cpp)
  * ====================================================================================== */
 /* Fills the record from the "ddns" section. */
 NET_API int NET_GetDdnsCfg(NetDdnsCfg *pstDdnsCfg);
@@ -868,10 +874,10 @@ NET_API int NET_SetDdnsCfg(const NetDdnsCfg *pstDdnsCfg);
 NET_API int NET_GetPppoeCfg(NetPppoeCfg *pstPppoeCfg);
 /* Stores the record in the "pppoe" section. */
 NET_API int NET_SetPppoeCfg(NetPppoeCfg stPppoeCfg);
-/* @@cfg_ddns_pppoe@@ */
 
 /* ======================================================================================
  * IPv4 and IPv6 collision detection
+ *   (src/detect/arp_probe.cpp, ndp_probe.cpp)
  * ====================================================================================== */
 /* One ARP probe (sender 0.0.0.0) out of pcIfName; *pbIsCollision = 1 when another host
  * answers for pcIpAddr within iTimeoutMsec (>= 0), at most 50 frames read; else untouched. */
@@ -881,10 +887,10 @@ NET_API int NET_DetectIpv4Collision(const char *pcIfName, const char *pcIpAddr, 
  * (waits iTimeoutMsec / 1000 s plus iTimeoutMsec ms); else untouched. */
 NET_API int NET_DetectIpv6Collision(const char *pcIfName, const char *pcIpv6Addr, int iTimeoutMsec,
                                     int *pbIsCollision);
-/* @@detect_probe@@ */
 
 /* ======================================================================================
  * MAC collision monitor and gratuitous ARP
+ *   (src/detect/mac_monitor.cpp, garp.cpp)
  * ====================================================================================== */
 /* Thread entry, argument the interface name: watches ARP for this MAC as sender, for ever
  * (cancel it); at most three interfaces, one monitor each. */
@@ -895,18 +901,18 @@ NET_API int NET_CreateMacCollThread(void *pvArgv);
 NET_API int NET_GetMacCollStatus(const char *pcIfName, int *piStatus);
 /* Sends one gratuitous ARP request for the interface's own IPv4 address; pcIfName not null. */
 NET_API int NET_SendGratuitousPack(const char *pcIfName);
-/* @@detect_mac@@ */
 
 /* ======================================================================================
  * ICMP ping
+ *   (src/detect/ping.cpp)
  * ====================================================================================== */
 /* One echo to the numeric IPv4 pcHost through pcIfName; round trip in microseconds into
  * *pdTime. Waits at most 2 s; replies are matched by the whole process id. */
 NET_API int NET_Ping(const char *pcIfName, const char *pcHost, double *pdTime);
-/* @@detect_ping@@ */
 
 /* ======================================================================================
  * Network configuration model
+ *   (src/config/ether_get.cpp; NET_SetEtherCfg: src/device/ether_set.cpp)
  * ====================================================================================== */
 /* Stores the whole record in the interface's section (the section must exist); on a
  * two-interface device -20/-21 refuse an IPv4/IPv6 address the other interface holds and
@@ -915,10 +921,10 @@ NET_API int NET_SetEtherCfg(const char *pcIfName, const NetEtherCfg *pstEtherCfg
 /* Fills the record from the interface's section and, in the automatic modes, from the live
  * interface; the fields of absent options are left as they were (an absent "mtu" is 1500). */
 NET_API int NET_GetEtherCfg(const char *pcIfName, NetEtherCfg *pstEtherCfg);
-/* @@cfg_model@@ */
 
 /* ======================================================================================
  * Subnet and same-network checks
+ *   (src/device/subnet.cpp, subnet_ipv6.cpp; NET_IsIpv6RouteAdviseAddr: src/link/ipv6_addr.cpp)
  * ====================================================================================== */
 /* 1 when the address is not in the other interface's stored subnet (or there is no other
  * interface), 0 when it is or on a bad argument. */
@@ -939,10 +945,10 @@ NET_API int NET_GetIfNameByIp(const char *pcIpAddr, char *pcIfName, int iLen);
 /* 1 when the address carries the interface's MAC in its EUI-64 identifier (bytes 9 to 15,
  * compared as short strings), else 0. */
 NET_API int NET_IsIpv6RouteAdviseAddr(const char *pcIfName, const char *pcIpv6Addr);
-/* @@detect_subnet@@ */
 
 /* ======================================================================================
  * DNS, route, MTU and gateway configuration
+ *   (src/config/dns_mtu_gateway.cpp, routes.cpp)
  * ====================================================================================== */
 /* Appends the given servers to the interface's "dns" list (either may be null, not both). */
 NET_API int NET_SetDnsCfg(const char *pcIfName, const char *pcMaster, const char *pcSlaver);
@@ -959,10 +965,10 @@ NET_API int NET_SetMtuCfg(const char *pcIfName, int iMtuVal);
 NET_API int NET_SetGatewayCfg(const char *pcIfName, const char *pcGateway);
 /* Removes "gateway"; -1 when none is stored. */
 NET_API int NET_DelGatewayCfg(const char *pcIfName);
-/* @@cfg_route@@ */
 
 /* ======================================================================================
  * Static routes
+ *   (src/device/routes.cpp)
  * ====================================================================================== */
 /* Adds a direct route through the interface (a host route exactly when the mask text is
  * "255.255.255.255"), then stores it; nothing is stored when the kernel refuses. */
@@ -974,10 +980,10 @@ NET_API int NET_IPv4DelRoute(const char *pcIfName, const char *pcAddr, const cha
 NET_API int set_route1(const char *pcAddr, const char *pcMask, int iHost, const char *pcIfName);
 /* Kernel only: the same on the active interface, silently. */
 NET_API int set_route(const char *pcAddr, const char *pcMask, int iHost);
-/* @@if_route@@ */
 
 /* ======================================================================================
  * Active interface and client
+ *   (src/device/active.cpp)
  * ====================================================================================== */
 /* The library's active interface (the one the current client reaches the device through);
  * "lan1" on a two-interface device and "eth0" otherwise until one is set. */
@@ -988,19 +994,19 @@ NET_API int set_active_interface(const char *pcIfName);
 NET_API int get_active_clientip(char *pcClientIp);
 /* Sets the active client address (at most 45 characters); -1 for null. */
 NET_API int set_active_clientip(const char *pcClientIp);
-/* @@drv_active@@ */
 
 /* ======================================================================================
  * Configuration conversion at start
+ *   (src/migrate/convert*.cpp)
  * ====================================================================================== */
 /* Once at start-up, before any other configuration call: converts "network" from the old or
  * the one-interface layout to what the hardware needs and then calls SYS_Reboot; stamps an
  * unmarked one-interface package "single". 0 (also when nothing was due), or -1. */
 NET_API int NET_ConvertConfig(void);
-/* @@mig_convert@@ */
 
 /* ======================================================================================
  * Old configuration layout (packages and options: docs/old-layout.md)
+ *   (src/migrate/old_*.cpp)
  * ====================================================================================== */
 /* Addresses from section "lan" of "network", then NET_GetOldTcpipCfg. 0 or -1. */
 NET_API int NET_GetOldEthCfg(NetEtherCfg *pstEtherCfg);
@@ -1022,10 +1028,10 @@ NET_API int NET_SetOldDdnsCfg(const NetDdnsCfg *pstDdnsCfg);
 NET_API int NET_GetOldPppoeCfg(NetPppoeCfg *pstPppoeCfg);
 /* Writes the PPPoE account to package "pppoe" (the password twice, as "passwordconfirm"). */
 NET_API int NET_SetOldPppoeCfg(const NetPppoeCfg *pstPppoeCfg);
-/* @@mig_old@@ */
 
 /* ======================================================================================
  * Roll-back to the old configuration
+ *   (src/migrate/rollback.cpp)
  * ====================================================================================== */
 /* *pbCfgBack = 1 only for iVersion 0 on a package stamped "single". 0; -1 for an iVersion
  * other than 0 to 2, an unloadable package, or an unstamped marker asked by 0 or 1; -2 for
@@ -1037,10 +1043,10 @@ NET_API int NET_NetConfigBackToOld(void);
 /* Its first step: strips and commits "network", then NET_SetOldTcpipCfg. 0, -1, or -2 for a
  * null record. */
 NET_API int NET_NetBackToOldEthCfg(NetEtherCfg *pstEtherCfg);
-/* @@mig_rollback@@ */
 
 /* ======================================================================================
  * Default network card and device summary
+ *   (src/config/default_card.cpp; LLDP: src/device/lldp.cpp)
  * ====================================================================================== */
 /* Reserved for the default card's name (16 bytes, zero at load). */
 NET_API extern char g_szDefNetCard[16];
@@ -1060,16 +1066,15 @@ NET_API int Net_LldpLinkUpCB(void);
 /* Link-down callback: cancels a registered agent thread, forgets it, and runs
  * "/usr/bin/lldpd stop". 0, or -1 when the command cannot be started. */
 NET_API int Net_LldpLinkDownCB(void);
-/* @@mig_defcard@@ */
 
 /* ======================================================================================
  * Configuration backup hooks
+ *   (src/config/backup.cpp)
  * ====================================================================================== */
 /* Hook after every successful commit; does nothing here and returns 0. */
 NET_API int NET_BackupCfgFile(void);
 /* Hook before the one retry of a failed load; does nothing here and returns 0. */
 NET_API int NET_RestoreCfgFile(void);
-/* @@mig_backup@@ */
 
 #ifdef __cplusplus
 }

@@ -1,5 +1,5 @@
-// The function tables handed to applications that do not link by name. Entry positions are
-// the contract: callers index the tables.
+// The function tables handed to applications that do not link by name. Callers index the
+// tables, so an entry never moves.
 #include <stdlib.h>
 #include <string.h>
 
@@ -16,8 +16,8 @@ int drv_net_GetSetDefaultEthCB(NetDriverInterface *pstDrvIf)
         return -1;
     }
     // The present configuration keeps the default card in "network"; the older one in
-    // g_szDefNetCard. The package opened for this test is deliberately not released: the
-    // call is made once per table, and the behaviour is kept.
+    // g_szDefNetCard. The package opened for this test is not released: each table a caller
+    // creates holds one package open for the life of the process.
     if (NET_CreatePackage("network") != nullptr) {
         pstDrvIf->pfnGetDefNetCard = drv_net_GetDefNetCard;
         pstDrvIf->pfnSetDefNetCard = NET_SetDefNetCard;

@@ -75,7 +75,7 @@ int drv_net_GetEthName(char *pcEthName, unsigned int uiLen, int *piEthNum)
             strncat(joined, "::", sizeof joined - 1 - strlen(joined));
         strncat(joined, name, sizeof joined - 1 - strlen(joined));
     }
-    // An information line at the error level: kept as it is.
+    // An information line at the error level: log readers filtering errors see it.
     NET_LOG(NET_LVL_ERR, "EthNum:%d, Eth:%s.\n", num, joined);
     strncpy(pcEthName, joined, uiLen);
     *piEthNum = num;
@@ -139,7 +139,7 @@ int drv_net_GetIpv6Addr(const char *pcIfName, char *pHostIp, unsigned int uiLen,
 }
 
 // "plinklocal", though the address it returns is a global one learned from router
-// advertisements: the logged name is kept.
+// advertisements: log readers match the parameter name.
 int drv_net_GetScopeGlobalAddr6(const char *pcIfName, char *plinklocal, unsigned int uiLen,
                                 int *piIpv6Mask)
 {
@@ -212,7 +212,7 @@ int drv_net_GetSpeedDuplex(const char *pcIfName, NetSpeedDuplexMode *enSpeedDupM
     return 0;
 }
 
-// Its failure line names NET_GetSpeedDuplex too: the text is kept as it stands.
+// Its failure line names NET_GetSpeedDuplex too: log readers cannot tell the two apart.
 int drv_net_GetMaxSupportSpeedx(const char *pcIfName, NetSpeedDuplexMode *enSpeedDupMode)
 {
     DRV_REQUIRE(pcIfName);
@@ -259,7 +259,7 @@ int update_active_interface(void)
     char client[46] = {0};
     if (get_active_clientip(client) != 0)
         return -1;
-    // get_active_clientip copies only three characters: the test sees that much, as it stands.
+    // get_active_clientip copies only three characters, so lan2 is chosen on those alone.
     if (NET_IsIpv4SameSubnet(netlib::kLan2, client) == 1)
         return set_active_interface(netlib::kLan2);
     return set_active_interface(g_pcLan1Name);

@@ -47,7 +47,7 @@ int NET_GetDdnsCfg(NetDdnsCfg *pstDdnsCfg)
 
 int NET_SetDdnsCfg(const NetDdnsCfg *pstDdnsCfg)
 {
-    // Names the PPPoE parameter: log readers match this text as it always was.
+    // Names the PPPoE parameter: log readers match this text.
     NET_CHECK_ARGS(-1, "pstPppoeCfg: %p.\n", pstDdnsCfg);
     UciPackage pkg;
     struct uci_section *sec = open_section(NET_HERE, pkg, "ddns");

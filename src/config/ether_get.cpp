@@ -125,7 +125,7 @@ int NET_GetEtherCfg(const char *pcIfName, NetEtherCfg *pstEtherCfg)
     if (cfg.iIpv6Mode == kIpv6Manual) {
         read_stored_ipv6(sec, cfg);
     } else if (read_live_ipv6(NET_HERE, pcIfName, cfg) != 0) {
-        // Deliberately left open on this exit, as the store always did.
+        // The package stays open on this exit: callers see one descriptor more per failed read.
         pkg.release();
         return -1;
     }

@@ -70,7 +70,7 @@ int NET_SetRouteCfg(const char *pcIfName, const char *pcAddr, const char *pcMask
         return -1;
     char name[kRouteNameLen] = {0};
     if (net_ConvertRouteName(pcIfName, pcAddr, pcMask, name, sizeof name) != 0) {
-        // Deliberately left open on this exit (and the next), as the store always did.
+        // The package stays open on this exit and the next: one descriptor per failed call.
         pkg.release();
         NET_LOG(NET_LVL_ERR, "Convert route name failed, addr: %s mask: %s.\n", pcAddr, pcMask);
         return -1;

@@ -157,12 +157,12 @@ int net_UnPackIcmp(const char *pcRecvBuf, int iLen, IcmpTime *pstTimeSend)
     int hdrLen = iLen > 0 ? (pkt[0] & 0x0f) * 4 : 0;
     // A header length past the data leaves a negative remainder: refused here too.
     if (iLen - hdrLen < 8) {
-        // The wording of this line and the next one's "cann't" are kept on purpose.
+        // Log readers match this wording and the next line's "cann't".
         NET_LOG(NET_LVL_ERR, "ICMP packets\'s is less than 8.\n");
         return -1;
     }
     const uint8_t *icmp = pkt + hdrLen;
-    // A full comparison with the process id: a pid above 65535 never matches (kept so).
+    // A full comparison with the process id: a caller whose pid is above 65535 never matches.
     int id = get16(icmp + kIcmpId);
     if (id != getpid() || icmp[0] != kIcmpEchoReply) {
         NET_LOG(NET_LVL_ERR, "cann't get send time from icmp pack.\n");

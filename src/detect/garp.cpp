@@ -7,7 +7,7 @@ using namespace netlib;
 
 extern "C" int NET_SendGratuitousPack(const char *pcIfName)
 {
-    // The pointer itself is the caller's duty, as it always was.
+    // A null pointer is the caller's fault: only an empty name is refused.
     if (pcIfName[0] == '\0') {
         NET_LOG(NET_LVL_ERR, "Input is not right");
         return -1;

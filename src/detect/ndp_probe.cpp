@@ -69,10 +69,10 @@ int join_group(const CallSite &site, int fd, const struct sockaddr_in6 &group, c
 // Waits for an advertisement of target. There is no frame bound here: only the wait ends it.
 bool hear_advert(int fd, const uint8_t target[16], int timeoutMsec)
 {
-    // Seconds and the whole time-out again in microseconds: about twice the time-out from
-    // one second on. Kept so. A negative time-out makes select fail for ever. The C library
-    // reads the microseconds as 32 bits: past 35 minutes their whole seconds move over
-    // rather than wrap negative, which would fail the same way.
+    // Seconds and the whole time-out again in microseconds: callers wait about twice their
+    // time-out from one second on. A negative time-out makes select fail for ever. The C
+    // library reads the microseconds as 32 bits: past 35 minutes their whole seconds move
+    // over rather than wrap negative, which would fail the same way.
     struct timeval wait;
     wait.tv_sec = timeoutMsec / 1000;
     int64_t usec = static_cast<int64_t>(timeoutMsec) * 1000;

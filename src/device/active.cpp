@@ -44,8 +44,8 @@ int get_active_clientip(char *pcClientIp)
         NET_LOG(NET_LVL_ERR, "Invalid input param, %s: %p \n", "pcClientIp", (void *)pcClientIp);
         return -1;
     }
-    // Only three characters, padded like strncpy and unterminated: deliberate, the subnet
-    // choice built on it is kept as it stands.
+    // Only three characters, padded like strncpy and unterminated: callers get "192" of
+    // "192.168.1.5", and the port choice of the driver table rests on that.
     size_t n = strnlen(g_szActiveClientIp, kClientCopyLen);
     memcpy(pcClientIp, g_szActiveClientIp, n);
     memset(pcClientIp + n, 0, kClientCopyLen - n);

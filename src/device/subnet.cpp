@@ -38,8 +38,8 @@ bool ipv4_owner(const char *ifname, const char *addr, char *out, int len)
     return true;
 }
 
-// Looks for addr in ifname's IPv6 list, but only when listing it failed: deliberate, the
-// lookup is kept inverted as it stands.
+// Looks for addr in ifname's IPv6 list, but only when listing it failed: callers asking for
+// an IPv6 owner get an answer only from an interface whose list cannot be read.
 bool ipv6_owner(const char *ifname, const char *addr, char *out, int len)
 {
     NetIpv6AddrList list;

@@ -32,7 +32,8 @@ unsigned int top_bits_at(const unsigned char *a, int index, int bits)
 }
 
 // Whether the new address (whole bytes N, bits n) stands apart from one entry (E, e). Beyond
-// the shorter prefix only zero bytes are looked for, not compared: the rule as it stands.
+// the shorter prefix only zero bytes are looked for, not compared, so callers see more
+// addresses accepted than a full comparison would.
 bool differs_from_entry(const unsigned char *mine, PrefixSplit n, const unsigned char *entry,
                         PrefixSplit e)
 {

@@ -31,7 +31,7 @@ int num_to_str(int af, const void *pvAddr, char *pcBuf, unsigned int uiLen)
 // The socket helpers' IPv4 text: a text longer than size is refused; otherwise at most
 // size - 1 characters are copied and the rest of those size - 1 bytes zeroed, so a text of
 // size - 1 or size characters comes out unterminated (size: cut by one). Callers zero their
-// buffers; kept deliberately.
+// buffers, so only a text of exactly size characters reaches them unterminated.
 char *ntop_ipv4_bounded(const unsigned char *src, char *dst, int size)
 {
     char tmp[kIpv4TextMax];
@@ -95,7 +95,6 @@ int Inet_PtoN(int iAf, const char *pcSrc, void *pvDst)
         return parse_ipv6(pcSrc, dst);
     default:
         // An unknown family answers like a success; callers test the family themselves.
-        // Kept deliberately.
         return 1;
     }
 }

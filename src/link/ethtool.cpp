@@ -121,7 +121,7 @@ int NET_SetSpeedDuplex(const char *pcIfName, NetSpeedDuplexMode enMode)
     if (ctl_ioctl_or(fd.get(), SIOCETHTOOL, &ifr, fail) != 0)
         return -1;
     // The mode is checked only after the read, and this path leaves the socket open: a
-    // deliberate leak kept as it is; callers must not pass values outside the table.
+    // caller passing a value outside the table loses one descriptor per call.
     if (static_cast<int>(enMode) < 0 || static_cast<int>(enMode) > 5) {
         NET_LOG(NET_LVL_ERR, "Invalid input enMode: %d.\n", static_cast<int>(enMode));
         fd.release();

@@ -17,7 +17,7 @@ int NET_Init(void)
     g_pcLan1Name = CAP_GetNetIntfNum() >= 2 ? kLan1 : kEth0;
 
     // A one-interface device may be told its single port is "lan1" or "lan2"; a
-    // two-interface device always starts from "lan1". The asymmetry is intended.
+    // two-interface device always starts from "lan1".
     char name[16] = {0};
     if (CAP_GetNetIntfNum() == 1 && CAP_GetNetIntfName(0, sizeof name, name) == 0) {
         if (strcmp(name, kLan1) == 0)

@@ -33,7 +33,7 @@ int get_ipv4_text(const KernelCall &c, const char *ifname, unsigned long req, ch
 }
 
 // Address or mask into the kernel alone. Only a negative inet_pton answer fails: a text that
-// is no address (0) leaves the zeroed field, so the request sets 0.0.0.0. Kept as it is.
+// is no address (0) leaves the zeroed field, so callers that pass one get 0.0.0.0 set.
 int set_ipv4_kernel_only(CallSite site, const char *ifname, const char *text, unsigned long req)
 {
     UniqueFd fd = open_ctl_socket(kernel_call(site, FdName::iSock));

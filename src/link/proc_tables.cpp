@@ -40,7 +40,7 @@ int scan_if_inet6(FILE *fp, Inet6Scan kind, IfInet6Line &line)
 int scan_ipv6_route(FILE *fp, Ipv6RouteLine &line)
 {
     // The trailing "[^\n]" is matched literally: it stops the scan after the device name and
-    // the next scan skips the line end as white space. Kept as it stands on purpose.
+    // the next scan skips the line end as white space, so every line is read whole.
     return fscanf(fp, "%32s %x %32s %02s %32s %8s %8s %8s %8s %20s[^\n]\n", line.szDst,
                   &line.uiDstLen, line.szSrc, line.szSrcLen, line.szNextHop, line.szMetric,
                   line.szRefCnt, line.szUse, line.szFlags, line.szDev);

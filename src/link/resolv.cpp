@@ -124,7 +124,7 @@ int NET_EnableDnsServer(const char *pcIfName, const char *pcMaster, const char *
         fprintf(fp.get(), "# Interface %s\n", netlib::uci_section_of(netlib::kLan2));
         write_servers(fp.get(), pcMaster, pcSlave);
     }
-    // A one-interface device and another name: the file is left empty, as it stands.
+    // A one-interface device and another name: callers find the file emptied.
     return 0;
 }
 

@@ -14,7 +14,7 @@ namespace
 {
 
 // A failed read of the one-interface record counts only when nothing arrived. The IPv6 mode
-// is compared with 1 on purpose, as it always was: a record left zeroed is not "blank".
+// is compared with 1: a record left zeroed is not "blank", so it is written as read.
 bool still_blank(const NetEtherCfg &cfg)
 {
     return cfg.iIpv4Mode == 0 && cfg.szIpv4Addr[0] == '\0' && cfg.iIpv6Mode == 1 &&

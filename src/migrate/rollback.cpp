@@ -67,7 +67,7 @@ int NET_IsNetConfigBack(int iVersion, int *pbCfgBack)
 {
     NET_CHECK_ARGS(-2, "pbCfgBack:%p \n", pbCfgBack);
     if (iVersion < 0 || iVersion > 2) {
-        // "eror" is the message as it always was; kept on purpose.
+        // Log readers match "eror" as spelt.
         NET_LOG(NET_LVL_ERR, "network version eror.\n");
         return -1;
     }
@@ -153,7 +153,8 @@ int NET_NetBackToOldEthCfg(NetEtherCfg *pstEtherCfg)
         NET_LOGT(NET_LVL_ERR, PL_CREATE_PACKAGE_ERROR_PRINT, "file: %s.\n", kNetworkPkg);
         return -1;
     }
-    // Non-zero here, where the conversion asks for exactly 1: both kept as they are.
+    // Non-zero here, where the conversion asks for exactly 1: a capability answer of 2
+    // rolls back as two ports but converts as one.
     const char *lanSec = CAP_IsDoubleIntfSupport() != 0 ? netlib::kLan1 : netlib::kEth0Section;
     struct uci_section *lan = NET_GetSection(pkg.get(), lanSec);
     if (lan == nullptr) {

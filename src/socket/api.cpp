@@ -1,6 +1,6 @@
 // The _api family: the oldest socket wrappers. They print their diagnostics to standard
 // output in their own framed format instead of logging, and several failure results are
-// printf's character count; both are kept as the family's callers expect them.
+// printf's character count, which the family's callers test for.
 #include <arpa/inet.h>
 #include <errno.h>
 #include <netinet/in.h>
@@ -245,7 +245,7 @@ int client_loop(const char *fn, const char *pcIpAddr, const unsigned short *pusP
         memset(&addr, 0, sizeof addr);
         addr.sin_family = AF_INET;
         addr.sin_port = htons(port);
-        inet_pton_api(AF_INET, pcIpAddr, &addr.sin_addr); // result not tested, as before
+        inet_pton_api(AF_INET, pcIpAddr, &addr.sin_addr); // a bad text connects to 0.0.0.0
         set_client_options(sock, fn);
         struct timeval tv = {5, 0};
         if (connectwithtimeout_api(sock, reinterpret_cast<struct sockaddr *>(&addr), sizeof addr,

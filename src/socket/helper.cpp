@@ -1,5 +1,6 @@
 // The Socket_ family: exact reads and writes, connect and accept with a time-out, and the
-// one-call TCP server and client. Results are not uniform across the family; each is kept.
+// one-call TCP server and client. Results are not uniform across the family: each call's
+// callers test its own values.
 #include <arpa/inet.h>
 #include <errno.h>
 #include <netinet/in.h>
@@ -178,9 +179,10 @@ extern "C" int Socket_TcpCliCom(const char *pcIpAddr, int *piPort, int *piSock, 
         memset(&addr, 0, sizeof addr);
         addr.sin_family = AF_INET;
         addr.sin_port = htons(static_cast<unsigned short>(*piPort));
-        Inet_PtoN(AF_INET, pcIpAddr, &addr.sin_addr); // result not tested, as before
+        Inet_PtoN(AF_INET, pcIpAddr, &addr.sin_addr); // a bad text connects to 0.0.0.0
         set_client_options(sock);
-        // 5 is milliseconds as Socket_ConnectwithTimeout counts them; kept deliberately.
+        // 5 is milliseconds as Socket_ConnectwithTimeout counts them: each attempt is short
+        // and the 5 s pause between attempts sets the pace callers see.
         if (Socket_ConnectwithTimeout(sock, reinterpret_cast<struct sockaddr *>(&addr), 5) == 0) {
             *piSock = sock;
             return 0;

@@ -59,7 +59,7 @@ extern "C" int Socket_SetLinger(int iSock, int iOnOff, int iSeconds)
 extern "C" void Socket_SetKeepLive(int iSock, int iOnOff, int iIdle, int iInterval, int iCount)
 {
     // Reported with puts, not the log; the last text names TCP_KEEPINTVL although it is the
-    // probe count: the texts are kept as they stand.
+    // probe count: callers that read standard output match these texts.
     if (setsockopt(iSock, SOL_SOCKET, SO_KEEPALIVE, &iOnOff, sizeof iOnOff) != 0)
         puts("set_socket_keeplive: SO_KEEPALIVE, setsockopt ERROR :");
     if (setsockopt(iSock, IPPROTO_TCP, TCP_KEEPIDLE, &iIdle, sizeof iIdle) != 0)

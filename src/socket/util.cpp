@@ -102,7 +102,7 @@ extern "C" int socket_connect_withtimeout(int iSock, const struct sockaddr *pstA
     socklen_t len = netlib::sockaddr_len(pstAddr);
     if (iTimeoutMs == -1)
         return connect(iSock, pstAddr, len);
-    netlib::set_nonblocking(iSock, 1); // result not tested, as before
+    netlib::set_nonblocking(iSock, 1); // a failure shows as a blocking connect
     int ret = connect(iSock, pstAddr, len);
     if (ret == -1 && errno == EINPROGRESS) {
         struct timeval tv = netlib::ms_timeval(iTimeoutMs);

@@ -55,7 +55,7 @@ netlib::UniqueFd open_for(const struct addrinfo *ai)
 // Non-blocking connect within the time-out; the socket stays non-blocking either way.
 bool connect_nonblocking(int fd, const struct addrinfo *ai, int timeoutMs)
 {
-    netlib::set_nonblocking(fd, 1); // result not tested, as before
+    netlib::set_nonblocking(fd, 1); // a failure shows as a blocking connect
     if (connect(fd, ai->ai_addr, ai->ai_addrlen) == 0)
         return true;
     if (errno != EINPROGRESS)

@@ -13,7 +13,7 @@ namespace
 {
 
 // The interface's IPv4 address through the caller's socket; the wildcard address when the
-// request fails (its result is not tested, as before).
+// request fails (callers see the wildcard, not an error).
 struct in_addr interface_addr(int sock, const char *ifname)
 {
     struct ifreq ifr;
@@ -42,7 +42,7 @@ int ipv6_membership(int sock, int option, const struct sockaddr *group, const ch
 
 int set_loop(int sock, int level, int option, int loop)
 {
-    // One byte in both families; the IPv6 option may refuse it, deliberately kept.
+    // One byte in both families; where the IPv6 option refuses it the caller sees -1.
     unsigned char value = static_cast<unsigned char>(loop);
     return setsockopt(sock, level, option, &value, sizeof value);
 }
