@@ -1,5 +1,4 @@
-// Small editors of an interface's section: the stored IPv4 and IPv6 addresses, the DHCP mode
-// queries and the "proto" switch.
+// Small editors of an interface's section: the stored IPv4 and IPv6 addresses.
 #include <stdio.h>
 #include <string.h>
 
@@ -13,34 +12,6 @@ namespace
 {
 
 constexpr unsigned int kIp6BufLen = 64;
-constexpr unsigned int kModeBufLen = 16;
-
-// Sets one option; a failure is logged for the caller as "option: <name>.\n".
-bool set_logged(CallSite site, struct uci_section *sec, const char *name, const char *value)
-{
-    if (NET_SetOption(sec, name, value) != 0) {
-        NET_LOG_AT(site, NET_LVL_ERR, "option: %s.\n", name);
-        return false;
-    }
-    return true;
-}
-
-// 1 when the option of the interface's section holds exactly "1"; every problem reads as 0.
-int is_mode_one(CallSite site, const char *pcIfName, const char *optName)
-{
-    UciPackage pkg;
-    struct uci_section *sec = open_section(site, pkg, NET_GetUciNameByIfName(pcIfName));
-    if (sec == nullptr)
-        return 0;
-    char buf[kModeBufLen] = {0};
-    int found = NET_GetOption(sec, optName, buf, sizeof buf);
-    pkg.reset();
-    if (found != 0) {
-        NET_LOG_AT(site, NET_LVL_ERR, "option: %s.\n", optName);
-        return 0;
-    }
-    return strcmp(buf, "1") == 0 ? 1 : 0;
-}
 
 } // namespace
 
@@ -103,56 +74,6 @@ int NET_GetIpv6AddrCfg(const char *pcIfName, char *pcIPv6Addr)
     sscanf(buf, "%[^/]", pcIPv6Addr);
     // Deliberately a commit, not a free: a read here also refreshes the configuration backup.
     return commit_logged(NET_HERE, pkg);
-}
-
-int NET_IsDhcpMode(const char *pcIfName)
-{
-    NET_CHECK_ARGS(0, "pcIfName: %p.\n", pcIfName);
-    return is_mode_one(NET_HERE, pcIfName, "ipv4dhcp");
-}
-
-// Deliberately reads "ipv6dhcp" = 1 as DHCPv6, while the record calls read 1 as a manual
-// address: each keeps its own meaning of the value.
-int NET_IsDhcpv6Mode(const char *pcIfName)
-{
-    NET_CHECK_ARGS(0, "pcIfName: %p.\n", pcIfName);
-    return is_mode_one(NET_HERE, pcIfName, "ipv6dhcp");
-}
-
-// Only "proto" changes; "ipv4dhcp", and so NET_IsDhcpMode, stays as stored.
-int NET_EnableDhcpCfg(const char *pcIfName)
-{
-    NET_CHECK_ARGS(-1, "pcIfName: %p.\n", pcIfName);
-    if (NET_IsDhcpMode(pcIfName) == 1)
-        return 0;
-    UciPackage pkg;
-    struct uci_section *sec = open_section(NET_HERE, pkg, NET_GetUciNameByIfName(pcIfName));
-    if (sec == nullptr)
-        return -1;
-    const char *proto = NET_IsDhcpv6Mode(pcIfName) == 1 ? "dhcpv6" : "dhcp";
-    if (!set_logged(NET_HERE, sec, "proto", proto))
-        return -1;
-    return commit_logged(NET_HERE, pkg);
-}
-
-int NET_DisableDhcpCfg(const char *pcIfName)
-{
-    NET_CHECK_ARGS(-1, "pcIfName: %p.\n", pcIfName);
-    // An absent or unreadable "ipv4dhcp" counts as static already.
-    if (NET_IsDhcpMode(pcIfName) == 0)
-        return 0;
-    UciPackage pkg;
-    struct uci_section *sec = open_section(NET_HERE, pkg, NET_GetUciNameByIfName(pcIfName));
-    if (sec == nullptr)
-        return -1;
-    const char *proto = NET_IsDhcpv6Mode(pcIfName) == 1 ? "dhcpv6" : "static";
-    if (!set_logged(NET_HERE, sec, "proto", proto))
-        return -1;
-    if (pkg.commit() != 0) {
-        NET_LOG(NET_LVL_ERR, "\n"); // deliberately an empty message
-        return -1;
-    }
-    return 0;
 }
 
 } // extern "C"

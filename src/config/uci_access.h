@@ -85,6 +85,16 @@ inline struct uci_section *open_section(CallSite site, UciPackage &pkg, const ch
 }
 
 // Commits and logs "commit failed\n" for the caller on failure.
+// Sets one option; a failure is logged for the caller as "option: <name>.\n".
+inline bool set_logged(CallSite site, struct uci_section *sec, const char *name, const char *value)
+{
+    if (NET_SetOption(sec, name, value) != 0) {
+        NET_LOG_AT(site, NET_LVL_ERR, "option: %s.\n", name);
+        return false;
+    }
+    return true;
+}
+
 inline int commit_logged(CallSite site, UciPackage &pkg)
 {
     if (pkg.commit() != 0) {
