@@ -1076,6 +1076,15 @@ NET_API int NET_BackupCfgFile(void);
 /* Hook before the one retry of a failed load; does nothing here and returns 0. */
 NET_API int NET_RestoreCfgFile(void);
 
+/* ======================================================================================
+ * Extensions
+ *   Calls beyond the first release, in the version node LIBNETWORK_1.1 of
+ *   src/libnetwork.map. They keep the house rules: 0 or -1 unless a result record says
+ *   more, the reason of a failure logged, no thread of the library's own, and a descriptor
+ *   handed to the caller only where the call says so. Their records have layout checks of
+ *   their own. Each group below names its source files.
+ * ====================================================================================== */
+
 #ifdef __cplusplus
 }
 #endif
