@@ -4,6 +4,7 @@
 #include <net/if.h>
 #include <netdb.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -84,15 +85,11 @@ TEST_F(SocketUtilNet, ReadnAnswersWhatCameWhenThePeerGoesQuiet)
     EXPECT_GE(sw.ms(), 9900);
     EXPECT_LT(sw.ms(), 12000 + sandbox::kLateMs);
     EXPECT_EQ(0, memcmp(buf, "abc", 3));
-}
-
-TEST_F(SocketUtilNet, ReadnStopsWhenThePeerCloses)
-{
-    neighbour_connects(AF_INET, "10.9.0.1", "10.9.0.2");
-    ASSERT_EQ(3, write(theirs_.get(), "abc", 3));
+    ASSERT_EQ(2, write(theirs_.get(), "de", 2));
     theirs_.reset();
-    char buf[8];
-    EXPECT_EQ(3, readn(ours_.get(), buf, 8));
+    sw = Stopwatch();
+    EXPECT_EQ(2, readn(ours_.get(), buf, 8)) << "a close ends the read at once";
+    EXPECT_LT(sw.ms(), 1000 + sandbox::kLateMs);
 }
 
 TEST(SocketUtil, ReadnAndWritenBadInput)
@@ -271,23 +268,11 @@ TEST(SocketUtil, TcpBindConnectRetriesThreeTimesAndSaysSo)
         printed([&] { return tcp_bind_connect("127.0.0.1", closed.port(), "127.0.0.1", 0, 0); });
     EXPECT_EQ(-1, p.result);
     EXPECT_GE(sw.ms(), 2900);
-    // "tcp_bind_connect,<line>[<socket>  127.0.0.1:<port>  <attempt>]!!!!!!!!!!!!!\n"
+    // One report per attempt: "tcp_bind_connect,<line>[<socket>  127.0.0.1:<port>  <n>]!!!...".
     std::string want = "  127.0.0.1:" + std::to_string(closed.port()) + "  ";
-    std::vector<std::string> attempts;
-    std::string rest = p.out;
-    for (size_t nl; (nl = rest.find('\n')) != std::string::npos; rest.erase(0, nl + 1)) {
-        std::string line = rest.substr(0, nl);
-        unsigned lineNo = 0, sock = 0;
-        int used = 0;
-        sscanf(line.c_str(), "tcp_bind_connect,%u[%u%n", &lineNo, &sock, &used);
-        ASSERT_GT(used, 0) << line;
-        size_t tail = line.find("]!!!!!!!!!!!!!");
-        ASSERT_EQ(line.size() - 14, tail) << line;
-        ASSERT_EQ(want, line.substr(used, want.size())) << line;
-        attempts.push_back(line.substr(used + want.size(), tail - used - want.size()));
-    }
-    EXPECT_EQ((std::vector<std::string>{"1", "2", "3"}), attempts) << p.out;
-    EXPECT_EQ("", rest);
+    for (const char *n : {"1]", "2]", "3]"})
+        EXPECT_NE(std::string::npos, p.out.find(want + n)) << p.out;
+    EXPECT_EQ(3, std::count(p.out.begin(), p.out.end(), '\n')) << p.out;
 }
 
 TEST(SocketUtil, UdpBindConnect)
@@ -393,25 +378,6 @@ TEST_F(SocketUtilNet, MulticastJoinAndLeaveOnTheFirstInterface)
     EXPECT_EQ(0, mcast_join_ex(u.get(), sa(group), "a-name-far-longer-than-fifteen"));
     EXPECT_NE(std::string::npos, maddr("eth0").find("239.1.2.3"));
     EXPECT_EQ(0, mcast_leave(u.get(), &group, 0));
-}
-
-TEST(SocketUtil, MulticastLoop)
-{
-    REQUIRE_SANDBOX();
-    sandbox::FdCheck fds;
-    Fd u(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    Fd u6(socket(AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    unsigned char loop = 1;
-    socklen_t len = sizeof loop;
-    EXPECT_EQ(0, mcast_setloop(u.get(), 0));
-    getsockopt(u.get(), IPPROTO_IP, IP_MULTICAST_LOOP, &loop, &len);
-    EXPECT_EQ(0, loop);
-    EXPECT_EQ(0, mcast_setloop_ex(u.get(), 1, AF_INET));
-    getsockopt(u.get(), IPPROTO_IP, IP_MULTICAST_LOOP, &loop, &len);
-    EXPECT_EQ(1, loop);
-    EXPECT_EQ(-1, mcast_setloop_ex(u6.get(), 0, AF_INET6)); // one byte: the kernel wants an int
-    EXPECT_EQ(-1, mcast_setloop(0, 1));
-    EXPECT_EQ(-1, mcast_setloop_ex(-1, 1, AF_INET));
 }
 
 // ---- The repeated members: their own results, no logging ---------------------------------------

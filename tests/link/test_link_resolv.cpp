@@ -154,6 +154,28 @@ TEST_F(Resolv, TwoInterfaceBlocksKeepTheOtherInterface)
     }
 }
 
+// A server text with a line break would write lines of its own into the resolver's file (a
+// "search" or "options" line, more servers); it names no server and is left out.
+TEST_F(Resolv, ServerTextsThatSpanLinesAreNotWritten)
+{
+    struct Case {
+        const char *master;
+        const char *slave;
+        std::string file;
+    } cases[] = {
+        {"192.0.2.1\nsearch evil.example", "192.0.2.2",
+         "# Interface lan\nnameserver 192.0.2.2\nnameserver " + P1 + "\nnameserver " + P2 + "\n"},
+        {"192.0.2.1", "192.0.2.2\r\noptions ndots:15",
+         "# Interface lan\nnameserver 192.0.2.1\nnameserver " + P1 + "\nnameserver " + P2 + "\n"},
+    };
+    device("eth0");
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.master);
+        ASSERT_EQ(0, NET_SetDnsServer("eth0", c.master, c.slave));
+        EXPECT_EQ(c.file, sandbox::read_file(kResolv));
+    }
+}
+
 TEST_F(Resolv, BlocksReadBack)
 {
     const std::string two = "search example.com\n"

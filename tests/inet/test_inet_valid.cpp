@@ -71,32 +71,6 @@ TEST(InetValid, IpaddrValidEitherFamily)
         EXPECT_EQ(c.result, INET_IsIpaddrValid(c.text)) << c.text;
 }
 
-TEST(InetValid, NullGivesZeroWithTheParameterLine)
-{
-    struct Case {
-        const char *func;
-        int (*fn)(const char *);
-    } cases[] = {
-        {"INET_IsIpaddrValid", INET_IsIpaddrValid},
-        {"INET_IsIpv4AddrValid", INET_IsIpv4AddrValid},
-        {"INET_IsIpv6AddrValid", INET_IsIpv6AddrValid},
-    };
-    for (const auto &c : cases) {
-        LogCapture log;
-        EXPECT_EQ(0, c.fn(nullptr)) << c.func;
-        EXPECT_EQ(std::vector<std::string>{expect_line(c.func, "PL_PARAM_ERROR_PRINT \"\\n\"")},
-                  log.texts());
-    }
-}
-
-TEST(InetValid, Ipv6RefusalsBeforeTheParserAreSilent)
-{
-    LogCapture log;
-    EXPECT_EQ(0, INET_IsIpv6AddrValid("fe80::1"));
-    EXPECT_EQ(0, INET_IsIpv6AddrValid("::1"));
-    EXPECT_TRUE(log.texts().empty());
-}
-
 // ---- Older string validators ----------------------------------------------------------------
 
 TEST(InetOlder, CheckStr)

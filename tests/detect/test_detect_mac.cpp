@@ -205,6 +205,43 @@ TEST_F(MacMonitor, CollisionStandsUntilFiftyOtherFrames)
     EXPECT_EQ(0, g_sleepOther.load());
 }
 
+// Frames are read within the bytes received: a MAC cut short is no collision, garbage is
+// just another station, and nothing stops the monitor.
+TEST_F(MacMonitor, CutAndGarbledFrames)
+{
+    sandbox::veth("lan1", "nb1", &peer_);
+    const Mac own = mac_of("lan1");
+    Monitor m("lan1");
+    ASSERT_TRUE(m.watching());
+    const Bytes mine = arp_frame(1, kBroadcast, own, ip4("10.3.0.9"), kNoMac, ip4("10.3.0.1"));
+    Bytes oversized = mine;
+    oversized.resize(1400, 0xee);
+    std::vector<Bytes> cuts;
+    for (size_t n = 14; n < 28; ++n)
+        cuts.push_back(cut(mine, n)); // our MAC at 22 incomplete or missing
+    struct Step {
+        const char *what;
+        std::vector<Bytes> frames;
+        int collisions;
+        int status;
+    } steps[] = {
+        {"our MAC cut short of its sixth byte", cuts, 0, 0},
+        {"the shortest frame that carries it", {cut(mine, 28)}, 1, 1},
+        {"an oversized frame", {oversized}, 1, 1},
+        {"49 garbled frames", garbage_arp(49, own, 7), 0, 1},
+        {"the 50th clears the collision", garbage_arp(1, own, 8), 0, 0},
+        {"a garbled burst while clear", garbage_arp(100, own, 9), 0, 0},
+    };
+    for (const Step &s : steps) {
+        SCOPED_TRACE(s.what);
+        int collisions = g_sleep2;
+        send_from_peer("nb1", s.frames, 1);
+        EXPECT_EQ(s.collisions, g_sleep2 - collisions);
+        EXPECT_EQ(s.status, status_of("lan1"));
+    }
+    EXPECT_FALSE(m.ended(0)) << "still watching";
+}
+
 TEST_F(MacMonitor, SlotsByNameThreeAtMost)
 {
     for (int i = 0; i < 3; ++i)

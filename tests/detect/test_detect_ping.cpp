@@ -95,6 +95,7 @@ uint16_t checksum(const Bytes &b)
 struct Answer {
     int delayMs;
     std::function<Bytes(const Bytes &)> make;
+    bool ipOptions = false; // sent with a longer IP header
 };
 
 Bytes as_reply(Bytes icmp, uint8_t type = 0, int idDelta = 0, size_t len = 0)
@@ -147,11 +148,17 @@ class Ping : public ::testing::Test
             memset(&to, 0, sizeof to);
             to.sin_family = AF_INET;
             inet_pton(AF_INET, "192.168.1.10", &to.sin_addr);
+            int optFd = socket(AF_INET, SOCK_RAW, IPPROTO_ICMP);
+            const uint8_t nops[8] = {IPOPT_NOP, IPOPT_NOP, IPOPT_NOP, IPOPT_NOP,
+                                     IPOPT_NOP, IPOPT_NOP, IPOPT_NOP, IPOPT_END};
+            // An emulator that cannot carry IP options sends the short header.
+            if (setsockopt(optFd, IPPROTO_IP, IP_OPTIONS, nops, sizeof nops) != 0)
+                optFd = fd;
             for (const Answer &a : answers) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(a.delayMs));
                 Bytes m = a.make(icmp);
-                if (sendto(fd, m.data(), m.size(), 0, reinterpret_cast<sockaddr *>(&to),
-                           sizeof to) < 0)
+                if (sendto(a.ipOptions ? optFd : fd, m.data(), m.size(), 0,
+                           reinterpret_cast<sockaddr *>(&to), sizeof to) < 0)
                     return 4;
             }
             return 0;
@@ -237,6 +244,14 @@ TEST_F(Ping, WhatTheFirstPacketBackDecides)
          {}},
         {"another process's reply",
          {{0, [](const Bytes &r) { return as_reply(r, 0, 1); }}},
+         -1,
+         0,
+         0,
+         0,
+         1,
+         {expect_line("net_UnPackIcmp", "\"cann't get send time from icmp pack.\\n\""), recvFail}},
+        {"another process's reply behind IP options",
+         {{0, [](const Bytes &r) { return as_reply(r, 0, 1); }, true}},
          -1,
          0,
          0,

@@ -8,7 +8,7 @@
 
 #include "libnetwork.h"
 #include "sandbox.h"
-#include "test_model_support.h"
+#include "../test_model_support.h"
 
 using namespace modeltest;
 using sandbox::FdCheck;

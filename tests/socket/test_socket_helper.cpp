@@ -16,11 +16,6 @@ using namespace socktest;
 namespace
 {
 
-std::string debug_line(const char *func, const std::string &quotedMsg)
-{
-    return expect_line(func, quotedMsg);
-}
-
 // A neighbour's TCP connection to us: ours is the accepted side.
 struct NeighbourConn {
     Fd ours;
@@ -46,17 +41,6 @@ using SocketHelperNet = NeighbourLink;
 
 // ---- Exact reads and writes -----------------------------------------------------------------
 
-TEST_F(SocketHelperNet, ReadnReturnsTheCountWhenThePeerClosesEarly)
-{
-    sandbox::FdCheck fds;
-    NeighbourConn c = neighbour_conn(peer_);
-    ASSERT_EQ(3, write(c.theirs.get(), "abc", 3));
-    c.theirs.reset();
-    char buf[8] = {0};
-    EXPECT_EQ(3, Socket_Readn(c.ours.get(), buf, 8));
-    EXPECT_EQ(0, memcmp(buf, "abc", 3));
-}
-
 TEST_F(SocketHelperNet, ReadnDropsPartialDataWhenThePeerGoesQuiet)
 {
     sandbox::FdCheck fds;
@@ -81,63 +65,135 @@ TEST(SocketHelper, ReadnAndWriteMoveWholeBuffers)
     EXPECT_EQ(200000, Socket_Write(p.client.get(), out.data(), 200000));
     reader.join();
     EXPECT_EQ(out, in);
+
+    // A peer that closes early: what came is the count.
+    ASSERT_EQ(3, write(p.client.get(), "abc", 3));
+    p.client.reset();
+    EXPECT_EQ(3, Socket_Readn(p.server.get(), in.data(), 8));
+    EXPECT_EQ(0, memcmp(in.data(), "abc", 3));
 }
 
-TEST(SocketHelper, ReadnBadInput)
-{
-    REQUIRE_SANDBOX();
-    TcpPair p = tcp_pair();
-    char buf[4];
-    EXPECT_EQ(-1, Socket_Readn(-1, buf, 4)); // no select on a negative descriptor
-    EXPECT_EQ(0, Socket_Readn(p.server.get(), buf, 0));
-    EXPECT_EQ(0, Socket_Readn(p.server.get(), buf, -5));
-    ASSERT_EQ(2, write(p.client.get(), "xy", 2));
-    LogCapture log;
-    EXPECT_EQ(-1, Socket_Readn(p.server.get(), nullptr, 4)); // recv faults on the buffer
-    EXPECT_EQ(std::vector<std::string>{debug_line("Socket_Readn", "\"recv errno 14\"")},
-              log.texts());
-    EXPECT_EQ(7, log.lines()[0].level);
-}
-
-TEST(SocketHelper, WriteFailuresAreLoggedInHex)
-{
-    REQUIRE_SANDBOX();
-    TcpPair p = tcp_pair();
-    shutdown(p.client.get(), SHUT_WR);
-    LogCapture log;
-    EXPECT_EQ(-1, Socket_Write(p.client.get(), const_cast<char *>("x"), 1)); // no SIGPIPE
-    EXPECT_EQ(std::vector<std::string>{debug_line("Socket_Write", "\"Send() error, 0x20\\n\"")},
-              log.texts());
-    EXPECT_EQ(0, Socket_Write(p.client.get(), nullptr, 0));
-    EXPECT_EQ(-3, Socket_Write(p.client.get(), nullptr, -3)); // nothing to send
-}
-
-TEST(SocketHelper, WritetoFtp)
+// The family's failures: results that differ from call to call (-1, 1, counts), and the
+// lines log readers match, with their levels.
+TEST(SocketHelper, SocketLogLines)
 {
     REQUIRE_SANDBOX();
     sandbox::FdCheck fds;
     TcpPair p = tcp_pair();
-    char data[] = "RETR file\r\n";
-    EXPECT_EQ(11, Socket_WritetoFtp(p.client.get(), data, 11));
-    struct timeval tv = {0, 0};
-    socklen_t len = sizeof tv;
-    getsockopt(p.client.get(), SOL_SOCKET, SO_SNDTIMEO, &tv, &len);
-    EXPECT_EQ(10, tv.tv_sec);
-
-    // Not a socket: the option fails and the write goes on to fail in send.
+    TcpPair shut = tcp_pair();
+    shutdown(shut.client.get(), SHUT_WR);
+    ASSERT_EQ(2, write(p.client.get(), "xy", 2));
     int pfd[2];
     ASSERT_EQ(0, pipe2(pfd, O_CLOEXEC));
-    Fd r(pfd[0]), w(pfd[1]);
-    LogCapture log;
-    EXPECT_EQ(-1, Socket_WritetoFtp(w.get(), data, 11));
-    EXPECT_EQ(-1, Socket_WritetoFtp(-1, data, 11));
-    std::vector<std::string> want = {
-        debug_line("Socket_WritetoFtp", "\"setsockopt error 88\""),
-        debug_line("Socket_Write", "\"Send() error, 0x58\\n\""),
-        debug_line("Socket_WritetoFtp", "\"setsockopt error 9\""),
-        debug_line("Socket_WritetoFtp", "\"select failed 9\\n\""),
+    Fd rd(pfd[0]), wr(pfd[1]);
+    ASSERT_EQ(1, write(wr.get(), "x", 1)); // readable, but not a socket
+    Fd udp(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    ClosedPort closed;
+    struct sockaddr_in to = ipv4("127.0.0.1", closed.port());
+    struct sockaddr_in6 addr;
+    unsigned int alen = sizeof addr;
+    int v = 1;
+    unsigned int vlen = sizeof v;
+    char buf[16] = "RETR file\r\n";
+    uint32_t out = 0;
+    unsigned char b6[16];
+    const std::string conPara = "\"connect_with_timeout para error\\n\"";
+    const std::string accPara = "\"socket_accept_with_timeout: param err.\\n\"";
+    struct Line {
+        const char *func;
+        std::string msg;
+        int level;
     };
-    EXPECT_EQ(want, log.texts());
+    struct Case {
+        std::function<int()> call;
+        int result;
+        std::vector<Line> lines;
+    } cases[] = {
+        {[&] { return Socket_Readn(p.server.get(), nullptr, 4); },
+         -1,
+         {{"Socket_Readn", "\"recv errno 14\"", 7}}},
+        {[&] { return Socket_Write(shut.client.get(), buf, 1); },
+         -1, // and no SIGPIPE
+         {{"Socket_Write", "\"Send() error, 0x20\\n\"", 7}}},
+        // Not a socket: the option fails and the write goes on to fail in send.
+        {[&] { return Socket_WritetoFtp(wr.get(), buf, 11); },
+         -1,
+         {{"Socket_WritetoFtp", "\"setsockopt error 88\"", 7},
+          {"Socket_Write", "\"Send() error, 0x58\\n\"", 7}}},
+        {[&] { return Socket_WritetoFtp(-1, buf, 11); },
+         -1,
+         {{"Socket_WritetoFtp", "\"setsockopt error 9\"", 7},
+          {"Socket_WritetoFtp", "\"select failed 9\\n\"", 7}}},
+        {[&] { return Socket_ConnectwithTimeout(udp.get(), nullptr, 100); },
+         1,
+         {{"Socket_ConnectwithTimeout", conPara, 7}}},
+        {[&] { return Socket_ConnectwithTimeout(-1, sa(to), 100); },
+         1,
+         {{"Socket_ConnectwithTimeout", conPara, 7}}},
+        {[&] { return Socket_AcceptWithTimeout(0, nullptr, 10); },
+         -1,
+         {{"Socket_AcceptWithTimeout", accPara, 7}}},
+        {[&] { return Socket_AcceptWithTimeout(-4, nullptr, 10); },
+         -1,
+         {{"Socket_AcceptWithTimeout", accPara, 7}}},
+        {[&] { return Socket_AcceptWithTimeout(rd.get(), sa(addr), 10); },
+         -1,
+         {{"Socket_AcceptWithTimeout", "\"socket_accept_with_timeout failed: errno 88\\n\"", 7}}},
+        {[&] { return Socket_AcceptWithTimeout(rd.get(), nullptr, -1); },
+         -1,
+         {{"Socket_AcceptWithTimeout", "\"socket_accept_with_timeout failed NULL: errno 88\\n\"",
+           7}}},
+        {[&] { return Socket_GetSockOpt(-1, SOL_SOCKET, SO_TYPE, &v, &vlen); },
+         1,
+         {{"Socket_GetSockOpt", "\"getsockopt errno 9\"", 7}}},
+        {[&] { return Socket_SetSockOpt(-1, SOL_SOCKET, SO_REUSEADDR, &v, sizeof v); },
+         1,
+         {{"Socket_SetSockOpt", "\"setsockopt error 9\"", 7}}},
+        {[&] { return Socket_GetSockName(-1, sa(addr), &alen); },
+         1,
+         {{"Socket_GetSockName", "\"getsockname error\"", 3}}},
+        {[] { return Socket_Close(-1); }, 1, {{"Socket_Close", "\"close error 9\"", 3}}},
+        {[] { return Socket_Create(12345, SOCK_STREAM, 0); },
+         -1,
+         {{"Socket_Create", "\"socket_create failed:errno 97\\n\"", 7}}},
+        {[&] { return Socket_Listen(udp.get(), 5); },
+         -1,
+         {{"Socket_Listen", "\"socket_listen failed: errno 95\\n\"", 7}}},
+        {[&] { return Socket_RecvFrom(-1, buf, 4, sa(addr)); },
+         -1,
+         {{"Socket_RecvFrom", "\"socket_recvfrom param failed\\n\"", 7}}},
+        {[] { return Socket_Reuse(-1); }, -1, {}}, // the plain setsockopt result, not 1
+        {[&] { return Is_IpV4Addr(nullptr, &out); },
+         0,
+         {{"Is_IpV4Addr", "\"is_string_ipaddr_ipv4, input is null!\\n\"", 7}}},
+        {[&] { return Is_IpV4Addr("", &out); }, 0, {{"Is_IpV4Addr", "\"NULL entry\\n\"", 6}}},
+        {[&] { return Is_IpV4Addr("010.0.0.1", &out); },
+         0,
+         {{"Is_IpV4Addr", "\"The str_ipv4(010.0.0.1) form not accord with IPv4!\\n\"", 7}}},
+        {[] { return Is_IpV6Addr("::1", nullptr); },
+         0,
+         {{"Is_IpV6Addr", "\"is_string_ipaddr_ipv6, input is null!\\n\"", 7}}},
+        {[] { return Is_IpV6Addr(nullptr, nullptr); },
+         0,
+         {{"Is_IpV6Addr", "\"is_string_ipaddr_ipv6, input is null!\\n\"", 7}}},
+        {[&] { return Is_IpV6Addr("1.2.3.4", b6); }, 0, {}},
+    };
+    for (size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
+        SCOPED_TRACE(i);
+        LogCapture log;
+        EXPECT_EQ(cases[i].result, cases[i].call());
+        std::vector<std::string> want, got = log.texts();
+        std::vector<int> levels, gotLevels;
+        for (const Line &l : cases[i].lines) {
+            want.push_back(expect_line(l.func, l.msg));
+            levels.push_back(l.level);
+        }
+        for (const sandbox::LogLine &l : log.lines())
+            gotLevels.push_back(l.level);
+        EXPECT_EQ(want, got);
+        EXPECT_EQ(levels, gotLevels);
+    }
+    EXPECT_EQ(0u, out);
 }
 
 // Descriptors beyond select's set size are waited for without writing past the set.
@@ -193,25 +249,6 @@ TEST_F(SocketHelperNet, ConnectReachesTheNeighbour)
     EXPECT_EQ(0, Socket_ConnectwithTimeout(blocking.get(), sa(there), -1));
 }
 
-TEST(SocketHelper, ConnectBadArgumentsAndRefusal)
-{
-    REQUIRE_SANDBOX();
-    sandbox::FdCheck fds;
-    ClosedPort closed;
-    struct sockaddr_in to = ipv4("127.0.0.1", closed.port());
-    Fd s(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    LogCapture log;
-    EXPECT_EQ(1, Socket_ConnectwithTimeout(s.get(), nullptr, 100));
-    EXPECT_EQ(1, Socket_ConnectwithTimeout(-1, sa(to), 100));
-    std::string para =
-        debug_line("Socket_ConnectwithTimeout", "\"connect_with_timeout para error\\n\"");
-    EXPECT_EQ((std::vector<std::string>{para, para}), log.texts());
-    EXPECT_EQ(-1, Socket_ConnectwithTimeout(s.get(), sa(to), -1)); // blocking: connect's result
-    Fd s2(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    int r = Socket_ConnectwithTimeout(s2.get(), sa(to), 1000); // refused at once or later
-    EXPECT_TRUE(r == -1 || r == 1) << r;
-}
-
 TEST(SocketHelper, AcceptWithTimeout)
 {
     REQUIRE_SANDBOX();
@@ -225,7 +262,7 @@ TEST(SocketHelper, AcceptWithTimeout)
         EXPECT_EQ(-1, Socket_AcceptWithTimeout(l.get(), nullptr, 150));
         EXPECT_GE(sw.ms(), 140);
         EXPECT_EQ(
-            std::vector<std::string>{debug_line("Socket_AcceptWithTimeout", "\"time out.\\n\"")},
+            std::vector<std::string>{expect_line("Socket_AcceptWithTimeout", "\"time out.\\n\"")},
             log.texts());
     }
     struct sockaddr_in to = ipv4("127.0.0.1", port);
@@ -240,33 +277,6 @@ TEST(SocketHelper, AcceptWithTimeout)
     EXPECT_EQ(htonl(INADDR_LOOPBACK), reinterpret_cast<sockaddr_in &>(from).sin_addr.s_addr);
     Fd a2(Socket_AcceptWithTimeout(l.get(), nullptr, -1));
     EXPECT_GT(a2.get(), 0);
-}
-
-TEST(SocketHelper, AcceptFailuresAndTheirLines)
-{
-    REQUIRE_SANDBOX();
-    int pfd[2];
-    ASSERT_EQ(0, pipe2(pfd, O_CLOEXEC));
-    Fd r(pfd[0]), w(pfd[1]);
-    ASSERT_EQ(1, write(w.get(), "x", 1)); // readable, but not a socket
-    int closedFd = dup(w.get());
-    close(closedFd);
-    struct sockaddr_in6 from;
-    LogCapture log;
-    EXPECT_EQ(-1, Socket_AcceptWithTimeout(0, nullptr, 10)); // descriptor 0 refused
-    EXPECT_EQ(-1, Socket_AcceptWithTimeout(-4, nullptr, 10));
-    EXPECT_EQ(-1, Socket_AcceptWithTimeout(r.get(), sa(from), 10));
-    EXPECT_EQ(-1, Socket_AcceptWithTimeout(r.get(), nullptr, -1));
-    EXPECT_EQ(-1, Socket_AcceptWithTimeout(closedFd, nullptr, 10));
-    const char *f = "Socket_AcceptWithTimeout";
-    std::vector<std::string> want = {
-        debug_line(f, "\"socket_accept_with_timeout: param err.\\n\""),
-        debug_line(f, "\"socket_accept_with_timeout: param err.\\n\""),
-        debug_line(f, "\"socket_accept_with_timeout failed: errno 88\\n\""),
-        debug_line(f, "\"socket_accept_with_timeout failed NULL: errno 88\\n\""),
-        debug_line(f, "\"select err.\\n\""),
-    };
-    EXPECT_EQ(want, log.texts());
 }
 
 // ---- One-call server and client -------------------------------------------------------------
@@ -342,65 +352,6 @@ TEST(SocketHelper, TcpCliComRetryCountAgainstAClosedPort)
 
 // ---- Socket options and thin wrappers ------------------------------------------------------
 
-TEST(SocketHelper, SetKeepLiveReportsEachFailureOnStdout)
-{
-    REQUIRE_SANDBOX();
-    TcpPair p = tcp_pair();
-    {
-        StdoutCapture out;
-        Socket_SetKeepLive(p.client.get(), 1, 30, 7, 3);
-        EXPECT_EQ("", out.text());
-    }
-    int v = 0;
-    socklen_t len = sizeof v;
-    getsockopt(p.client.get(), IPPROTO_TCP, 6, &v, &len);
-    EXPECT_EQ(3, v);
-    StdoutCapture out;
-    Socket_SetKeepLive(-1, 1, 30, 7, 3);
-    EXPECT_EQ("set_socket_keeplive: SO_KEEPALIVE, setsockopt ERROR :\n"
-              "set_socket_keeplive: TCP_KEEPIDLE setsockopt ERROR :\n"
-              "set_socket_keeplive: TCP_KEEPINTVL, setsockopt ERROR :\n"
-              "set_socket_keeplive: TCP_KEEPINTVL,setsockopt ERROR :\n",
-              out.text());
-}
-
-TEST(SocketHelper, MixedFailureValuesAndLines)
-{
-    REQUIRE_SANDBOX();
-    sandbox::FdCheck fds;
-    int v = 1;
-    unsigned int len = sizeof v;
-    struct sockaddr_in6 addr;
-    unsigned int alen = sizeof addr;
-    Fd udp(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    LogCapture log;
-    EXPECT_EQ(1, Socket_GetSockOpt(-1, SOL_SOCKET, SO_TYPE, &v, &len));
-    EXPECT_EQ(1, Socket_SetSockOpt(-1, SOL_SOCKET, SO_REUSEADDR, &v, sizeof v));
-    EXPECT_EQ(1, Socket_GetSockName(-1, sa(addr), &alen));
-    EXPECT_EQ(1, Socket_Close(-1));
-    EXPECT_EQ(-1, Socket_Create(12345, SOCK_STREAM, 0));
-    EXPECT_EQ(-1, Socket_Listen(udp.get(), 5));
-    std::vector<std::string> want = {
-        expect_line("Socket_GetSockOpt", "\"getsockopt errno 9\""),
-        expect_line("Socket_SetSockOpt", "\"setsockopt error 9\""),
-        expect_line("Socket_GetSockName", "\"getsockname error\""),
-        expect_line("Socket_Close", "\"close error 9\""),
-        expect_line("Socket_Create", "\"socket_create failed:errno 97\\n\""),
-        expect_line("Socket_Listen", "\"socket_listen failed: errno 95\\n\""),
-    };
-    EXPECT_EQ(want, log.texts());
-    std::vector<int> levels;
-    for (const auto &l : log.lines())
-        levels.push_back(l.level);
-    EXPECT_EQ((std::vector<int>{7, 7, 3, 3, 7, 7}), levels);
-
-    EXPECT_EQ(0, Socket_GetSockOpt(udp.get(), SOL_SOCKET, SO_TYPE, &v, &len));
-    EXPECT_EQ(SOCK_DGRAM, v);
-    EXPECT_EQ(-1, Socket_Reuse(-1)); // the plain setsockopt result, not 1
-    int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    EXPECT_EQ(0, Socket_Close(fd));
-}
-
 TEST(SocketHelper, BindAndDatagramsInBothFamilies)
 {
     REQUIRE_SANDBOX();
@@ -434,14 +385,9 @@ TEST(SocketHelper, BindAndDatagramsInBothFamilies)
     }
     char buf[4];
     struct sockaddr_in6 from;
-    LogCapture log;
-    EXPECT_EQ(-1, Socket_RecvFrom(-1, buf, 4, sa(from)));
     EXPECT_EQ(-1, Socket_RecvFrom(3, nullptr, 4, sa(from)));
     EXPECT_EQ(-1, Socket_RecvFrom(3, buf, 0, sa(from)));
     EXPECT_EQ(-1, Socket_RecvFrom(3, buf, 4, nullptr));
-    EXPECT_EQ(4u, log.texts().size());
-    EXPECT_EQ(expect_line("Socket_RecvFrom", "\"socket_recvfrom param failed\\n\""),
-              log.texts()[0]);
 }
 
 // ---- Addresses ---------------------------------------------------------------------------------
@@ -500,51 +446,17 @@ TEST(SocketHelperAddr, AddrtoStrSharesItsBuffers)
     EXPECT_EQ(nullptr, Socket_AddrtoStr(nullptr));
 }
 
-TEST(SocketHelperAddr, IpV4AddrAndItsLines)
-{
-    struct Case {
-        const char *text;
-        bool withOut;
-        int result;
-        const char *line; // quoted message, or null for none
-        int level;
-    } cases[] = {
-        {"10.0.0.1", true, 1, nullptr, 0},
-        {"10.0.0.1", false, 1, nullptr, 0},
-        {nullptr, true, 0, "\"is_string_ipaddr_ipv4, input is null!\\n\"", 7},
-        {"", true, 0, "\"NULL entry\\n\"", 6},
-        {"1.2.3", true, 0, "\"The str_ipv4(1.2.3) form not accord with IPv4!\\n\"", 7},
-        {"010.0.0.1", true, 0, "\"The str_ipv4(010.0.0.1) form not accord with IPv4!\\n\"", 7},
-    };
-    for (const Case &c : cases) {
-        uint32_t out = 0xdeadbeef;
-        LogCapture log;
-        EXPECT_EQ(c.result, Is_IpV4Addr(c.text, c.withOut ? &out : nullptr));
-        uint32_t want = c.result == 1 && c.withOut ? htonl(0x0A000001u) : 0xdeadbeefu;
-        EXPECT_EQ(want, out);
-        if (c.line == nullptr) {
-            EXPECT_TRUE(log.texts().empty());
-            continue;
-        }
-        ASSERT_EQ(1u, log.lines().size());
-        EXPECT_EQ(expect_line("Is_IpV4Addr", c.line), log.texts()[0]);
-        EXPECT_EQ(c.level, log.lines()[0].level);
-    }
-}
-
-TEST(SocketHelperAddr, IpV6AddrAndTheFamilySwitch)
+TEST(SocketHelperAddr, IpAddrTextsAndTheFamilySwitch)
 {
     unsigned char out[16] = {0};
-    LogCapture log;
     EXPECT_EQ(1, Is_IpV6Addr("::ffff:1.2.3.4", out));
     EXPECT_EQ(0xff, out[10]);
     EXPECT_EQ(4, out[15]);
-    EXPECT_EQ(0, Is_IpV6Addr("1.2.3.4", out)); // silently
-    EXPECT_TRUE(log.texts().empty());
-    EXPECT_EQ(0, Is_IpV6Addr(nullptr, out));
-    EXPECT_EQ(0, Is_IpV6Addr("::1", nullptr));
-    std::string null = expect_line("Is_IpV6Addr", "\"is_string_ipaddr_ipv6, input is null!\\n\"");
-    EXPECT_EQ((std::vector<std::string>{null, null}), log.texts());
+    uint32_t v4 = 0;
+    EXPECT_EQ(1, Is_IpV4Addr("10.0.0.1", nullptr));
+    EXPECT_EQ(1, Is_IpV4Addr("10.0.0.1", &v4));
+    EXPECT_EQ(htonl(0x0A000001u), v4);
+    EXPECT_EQ(0, Is_IpV4Addr("1.2.3", &v4));
 
     EXPECT_EQ(0, Is_SupportIpv6());
     EXPECT_EQ(AF_INET, Get_SocketFamily()); // while get_socket_family gives AF_INET6

@@ -117,7 +117,9 @@ TEST_F(Ndp, OnlyAnAdvertisementForTheTargetCounts)
         {"an advertisement for it", {icmp6(136, target)}, 1},
         {"an advertisement for another target", {icmp6(136, ip6("2001:db8::78"))}, 7},
         {"a solicitation for it", {icmp6(135, target)}, 7},
-        {"an advertisement cut inside the target", {icmp6(136, target, 23)}, 7},
+        {"cut inside the target", {icmp6(136, target, 23), icmp6(136, target, 4)}, 7},
+        {"an echo reply", {icmp6(129, target)}, 7},
+        {"options behind: still for it", {icmp6(136, target, 32)}, 1},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.what);
@@ -154,6 +156,34 @@ TEST_F(Ndp, OnlyAnAdvertisementForTheTargetCounts)
         EXPECT_EQ(0, NET_DetectIpv6Collision("lan1", "2001:db8::77", 300, &collision));
         EXPECT_EQ(0, peer.wait());
         EXPECT_EQ(c.collision, collision);
+    }
+}
+
+// Both probes put the whole time-out into the microsecond field of their wait; the C library
+// reads that field as 32 bits, so over 35 minutes it wrapped negative, select refused the wait
+// on every pass and the probe never returned.
+TEST_F(Ndp, ProbesAnsweredWithinAnHourLongWait)
+{
+    sandbox::addr_add("lan1", "192.168.1.10/24");
+    peer_.must("ip addr add 192.168.1.1/24 dev nb1");
+    const int kFiftyMinutes = 50 * 60 * 1000;
+    struct Case {
+        const char *what;
+        std::function<int(int *)> probe;
+    } cases[] = {
+        {"ARP",
+         [&](int *c) { return NET_DetectIpv4Collision("lan1", "192.168.1.1", kFiftyMinutes, c); }},
+        {"NDP",
+         [&](int *c) { return NET_DetectIpv6Collision("lan1", "2001:db8::1", kFiftyMinutes, c); }},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        sandbox::FdCheck fds;
+        int collision = 7;
+        auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(0, c.probe(&collision));
+        EXPECT_EQ(1, collision) << "the neighbour holds the address";
+        EXPECT_LT(since(start), 3.0 + sandbox::kLateSec);
     }
 }
 
