@@ -90,7 +90,7 @@ template <size_t N> constexpr bool fields_fit(const Field (&t)[N], size_t recSiz
     for (const Field &f : t) {
         const bool word = f.kind == FieldKind::Word || f.kind == FieldKind::WordOrInt;
         const bool text = f.kind == FieldKind::Text || f.kind == FieldKind::CutText;
-        if (f.offset + f.size > recSize || (word && (f.words == nullptr || f.wordCount == 0)) ||
+        if (f.offset + f.size > recSize || (word && f.wordCount == 0) ||
             (text ? f.size == 0 : f.size != (f.kind == FieldKind::Port ? 2 : 4)) ||
             (f.preset != kKeep && f.kind != FieldKind::Int && f.kind != FieldKind::Port) ||
             (f.option[0] == '\0' && (f.preset == kKeep || f.use != kRead)))
