@@ -114,8 +114,14 @@ class LeakAllowed
 {
   public:
 #if defined(__SANITIZE_ADDRESS__)
-    LeakAllowed() { __lsan_disable(); }
-    ~LeakAllowed() { __lsan_enable(); }
+    LeakAllowed()
+    {
+        __lsan_disable();
+    }
+    ~LeakAllowed()
+    {
+        __lsan_enable();
+    }
 #else
     LeakAllowed() {}
 #endif
