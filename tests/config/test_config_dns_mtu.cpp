@@ -1,5 +1,5 @@
-// Stored DNS servers, static routes, MTU and gateway, on the real file as the uci tool
-// writes it: each editor's effect on the file, its failures and their log lines.
+// Stored DNS servers, static routes, MTU and gateway, on the real file: each editor's effect
+// on the file. Their refusals are in the access suite's table.
 #include <functional>
 #include <string>
 #include <vector>
@@ -8,9 +8,8 @@
 #include "sandbox.h"
 #include "config_support.h"
 
-using namespace modeltest;
+using namespace cfgtest;
 using sandbox::FdCheck;
-using sandbox::LogCapture;
 
 namespace
 {
@@ -73,192 +72,66 @@ TEST(CfgRoute, EditorsInSequence)
 {
     REQUIRE_SANDBOX();
     install({loopback(), kStart});
-    const std::string i = ptr("eth0"), n = ptr(nullptr), a = ptr("1.2.3.4");
     const Lines dns2 = {"192.168.1.1", "8.8.8.8"};
     const Lines dns4 = {"192.168.1.1", "8.8.8.8", "8.8.8.8", "9.9.9.9"};
     const Lines dns5 = {"192.168.1.1", "8.8.8.8", "8.8.8.8", "9.9.9.9", "1.0.0.1"};
     const Lines dnsB = {"192.168.1.1", "1.0.0.1"};
+    const Section r1 = route("eth0_0A010000", "lan", "10.1.0.0", "255.255.0.0");
+    const Section r2 = route("eth0_0A010000", "lan", "10.1.0.0", "255.255.255.0");
     const Section gw = route("gateway", "lan2", "10.9.0.0", "0.0.0.0");
     struct {
         const char *what;
         std::function<int()> call;
-        int result;
         Section lan;
         std::vector<Section> routes;
-        Lines log;
     } steps[] = {
         {"append master",
          [] { return NET_SetDnsCfg("eth0", "8.8.8.8", nullptr); },
-         0,
          lan("192.168.1.1", dns2),
-         {},
          {}},
         {"duplicates are kept",
          [] { return NET_SetDnsCfg("eth0", "8.8.8.8", "9.9.9.9"); },
-         0,
          lan("192.168.1.1", dns4),
-         {},
          {}},
         {"slaver only",
          [] { return NET_SetDnsCfg("eth0", nullptr, "1.0.0.1"); },
-         0,
          lan("192.168.1.1", dns5),
-         {},
          {}},
         {"delete every copy",
          [] { return NET_DelDnsCfg("eth0", "8.8.8.8", "9.9.9.9"); },
-         0,
          lan("192.168.1.1", dnsB),
-         {},
          {}},
-        {"master not stored",
-         [] { return NET_DelDnsCfg("eth0", "7.7.7.7", nullptr); },
-         -1,
-         lan("192.168.1.1", dnsB),
-         {},
-         {plain("NET_DelUciList", "Delete uci list failed, list: dns.\\n"),
-          plain("NET_DelDnsCfg", "Delete master dns failed \\n")}},
-        {"slave not stored: the master stays too",
-         [] { return NET_DelDnsCfg("eth0", "192.168.1.1", "7.7.7.7"); },
-         -1,
-         lan("192.168.1.1", dnsB),
-         {},
-         {plain("NET_DelUciList", "Delete uci list failed, list: dns.\\n"),
-          plain("NET_DelDnsCfg", "Delete slave dns failed \\n")}},
-        {"no servers",
-         [] { return NET_SetDnsCfg("eth0", nullptr, nullptr); },
-         -1,
-         lan("192.168.1.1", dnsB),
-         {},
-         {param("NET_SetDnsCfg",
-                "pcIfName: " + i + ", pcMaster: " + n + ", pcSlaver: " + n + ".\\n")}},
-        {"mtu too small",
-         [] { return NET_SetMtuCfg("eth0", 99); },
-         -1,
-         lan("192.168.1.1", dnsB),
-         {},
-         {param("NET_SetMtuCfg", "pcIfName: " + i + ", iMtuVal: 99.\\n")}},
-        {"mtu too big",
-         [] { return NET_SetMtuCfg("eth0", 1501); },
-         -1,
-         lan("192.168.1.1", dnsB),
-         {},
-         {param("NET_SetMtuCfg", "pcIfName: " + i + ", iMtuVal: 1501.\\n")}},
-        {"mtu 100",
-         [] { return NET_SetMtuCfg("eth0", 100); },
-         0,
-         lan("192.168.1.1", dnsB, "100"),
-         {},
-         {}},
+        {"mtu 100", [] { return NET_SetMtuCfg("eth0", 100); }, lan("192.168.1.1", dnsB, "100"), {}},
         {"default mtu is not stored",
          [] { return NET_SetMtuCfg("eth0", 1500); },
-         0,
          lan("192.168.1.1", dnsB),
-         {},
          {}},
-        {"no mtu to delete",
-         [] { return NET_SetMtuCfg("eth0", 1500); },
-         0,
-         lan("192.168.1.1", dnsB),
-         {},
-         {plain("NET_SetMtuCfg", "There is no mtu opt \\n")}},
         {"gateway, not validated",
          [] { return NET_SetGatewayCfg("eth0", "10.0.0.1x"); },
-         0,
          lan("10.0.0.1x", dnsB),
-         {},
          {}},
-        {"delete gateway", [] { return NET_DelGatewayCfg("eth0"); }, 0, lan(nullptr, dnsB), {}, {}},
-        {"no gateway to delete",
-         [] { return NET_DelGatewayCfg("eth0"); },
-         -1,
-         lan(nullptr, dnsB),
-         {},
-         {plain("NET_DelGatewayCfg", "Delete ipv4 gateway failed \\n")}},
-        {"no interface section",
-         [] { return NET_SetGatewayCfg("lan2", "10.0.0.1"); },
-         -1,
-         lan(nullptr, dnsB),
-         {},
-         no_section("NET_SetGatewayCfg", "lan2")},
+        {"delete gateway", [] { return NET_DelGatewayCfg("eth0"); }, lan(nullptr, dnsB), {}},
         {"route",
          [] { return NET_SetRouteCfg("eth0", "10.1.0.0", "255.255.0.0"); },
-         0,
          lan(nullptr, dnsB),
-         {route("eth0_0A010000", "lan", "10.1.0.0", "255.255.0.0")},
-         {}},
-        {"same route again",
-         [] { return NET_SetRouteCfg("eth0", "10.1.0.0", "255.255.0.0"); },
-         0,
-         lan(nullptr, dnsB),
-         {route("eth0_0A010000", "lan", "10.1.0.0", "255.255.0.0")},
-         {}},
+         {r1}},
         {"another mask: the same section",
          [] { return NET_SetRouteCfg("eth0", "10.1.0.0", "255.255.255.0"); },
-         0,
          lan(nullptr, dnsB),
-         {route("eth0_0A010000", "lan", "10.1.0.0", "255.255.255.0")},
-         {}},
+         {r2}},
         {"default route",
          [] { return NET_SetRouteCfg("lan2", "10.9.0.0", "0.0.0.0"); },
-         0,
          lan(nullptr, dnsB),
-         {route("eth0_0A010000", "lan", "10.1.0.0", "255.255.255.0"), gw},
-         {}},
+         {r2, gw}},
         {"delete by destination, any mask",
          [] { return NET_DelRouteCfg("eth0", "10.1.0.0", "255.0.0.0"); },
-         0,
          lan(nullptr, dnsB),
-         {gw},
-         {}},
-        {"route not stored",
-         [] { return NET_DelRouteCfg("eth0", "10.1.0.0", "255.255.0.0"); },
-         -1,
-         lan(nullptr, dnsB),
-         {gw},
-         no_section("NET_DelRouteCfg", "eth0_0A010000")},
-        {"null mask",
-         [] { return NET_SetRouteCfg("eth0", "1.2.3.4", nullptr); },
-         -1,
-         lan(nullptr, dnsB),
-         {gw},
-         {param("NET_SetRouteCfg",
-                "pcIfName: " + i + ", pcAddr: " + a + ", pcMask: " + n + ".\\n")}},
+         {gw}},
     };
     for (const auto &s : steps) {
         SCOPED_TRACE(s.what);
         FdCheck fds;
-        LogCapture log;
-        EXPECT_EQ(s.result, s.call());
-        EXPECT_EQ(s.log, log.texts());
+        EXPECT_EQ(0, s.call());
         EXPECT_EQ(file(s.lan, s.routes), stored());
-    }
-}
-
-TEST(CfgRoute, CommitFailuresChangeNothing)
-{
-    REQUIRE_SANDBOX();
-    install({loopback(), kStart, route("eth0_0A010000", "lan", "10.1.0.0", "255.255.0.0")});
-    const std::string before = stored();
-    struct {
-        int (*call)();
-        std::string own;
-    } cases[] = {
-        {[] { return NET_SetRouteCfg("eth0", "10.2.0.0", "255.255.0.0"); },
-         tagged("NET_SetRouteCfg", "PL_COMMIT_ERROR_PRINT", "\\n")},
-        {[] { return NET_DelRouteCfg("eth0", "10.1.0.0", "255.255.0.0"); },
-         plain("NET_DelRouteCfg", "\\n")},
-        {[] { return NET_DelDnsCfg("eth0", "192.168.1.1", nullptr); },
-         plain("NET_DelDnsCfg", "commit failed\\n")},
-        {[] { return NET_SetMtuCfg("eth0", 1400); }, plain("NET_SetMtuCfg", "commit failed\\n")},
-    };
-    ReadOnlyConfig ro;
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.own);
-        FdCheck fds;
-        LogCapture log;
-        EXPECT_EQ(-1, c.call());
-        EXPECT_EQ((Lines{plain("NET_UciCommit", "commit failed\\n"), c.own}), log.texts());
-        EXPECT_EQ(before, stored());
     }
 }
