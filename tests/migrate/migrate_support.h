@@ -7,6 +7,7 @@
 #include <time.h>
 
 #include <string>
+#include <vector>
 
 #include "companion.h"
 #include "libnetwork.h"
@@ -94,19 +95,13 @@ template <class Rec> std::string bytes(int (*reader)(Rec *))
     memset(&r, 0, sizeof r);
     return reader(&r) == 0 ? std::string(reinterpret_cast<const char *>(&r), sizeof r) : "";
 }
-struct OldRecords {
-    std::string ether, ddns, pppoe, port;
-    bool operator==(const OldRecords &o) const
-    {
-        return ether == o.ether && ddns == o.ddns && pppoe == o.pppoe && port == o.port;
-    }
-};
+// What the old readers give: the Ethernet and port records as text, DDNS and PPPoE as bytes.
+using OldRecords = std::vector<std::string>;
 inline OldRecords old_records()
 {
     NetEtherCfg e;
-    memset(&e, 0, sizeof e);
     NetPortCfg p;
-    memset(&p, 0, sizeof p);
+    memset(&e, 0, sizeof e), memset(&p, 0, sizeof p);
     return {NET_GetOldEthCfg(&e) == 0 ? text(e) : "-1", bytes(NET_GetOldDdnsCfg),
             bytes(NET_GetOldPppoeCfg), NET_GetOldPortCfg(&p) == 0 ? text(p) : "-1"};
 }

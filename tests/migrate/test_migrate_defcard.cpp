@@ -47,6 +47,7 @@ TEST(MigDefCard, SetGetAndSummary)
         EXPECT_EQ(0, drv_net_GetIpcConfig(&cfg));
         EXPECT_EQ(r.count, cfg.iPortNum);
         EXPECT_EQ(kLan1Default, text(cfg.astEtherCfg[0]));
+        EXPECT_STREQ(r.count == 2 ? "192.168.2.10" : "", cfg.astEtherCfg[1].szIpv4Addr);
     }
     // The count is written before a read fails.
     sandbox::must("sed -i '/lan2/,$d' /etc/config/network");

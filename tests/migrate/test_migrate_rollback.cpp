@@ -50,7 +50,7 @@ TEST(MigRollback, OldLayoutForwardAndBack)
         sandbox::veth("eth0", "p0");
         install_old_device();
         OldRecords before = old_records();
-        before.ether = r[1];
+        before[0] = r[1];
         sandbox::must(r[0]);
         ASSERT_EQ(1, start_up().reboots);
         ASSERT_EQ(0, start_up().reboots);
@@ -59,7 +59,7 @@ TEST(MigRollback, OldLayoutForwardAndBack)
         EXPECT_EQ(1, due);
         ASSERT_EQ(0, NET_NetConfigBackToOld());
         OldRecords after = old_records();
-        EXPECT_EQ(before.ether, after.ether);
+        EXPECT_EQ(before[0], after[0]);
         EXPECT_TRUE(before == after);
         EXPECT_EQ("config uhttpd 'main'\n\tlist listen_https '0.0.0.0:8443'\n"
                   "\tlist listen_http '0.0.0.0:8080'\n\tlist listen_http '[::]:8080'\n",
@@ -84,12 +84,14 @@ TEST(MigRollback, StripOrLeaveAsItWas)
         std::function<int()> call;
         int result;
     } rows[] = {
+        // clang-format off
         {kOnePort, "true", kSingleStamp + route, NET_NetConfigBackToOld, 0},
         {kTwoPorts, "true", "", NET_NetConfigBackToOld, 0},
         {kOnePort, "sed -i '/portmapping/,$d' /etc/config/network", "", strip, -1},
         {kOnePort, "sed -i '/cardtype/d' /etc/config/network", "", strip, -1},
         {kOnePort, "mount --bind /etc/config /etc/config && mount -o remount,bind,ro /etc/config",
          "", NET_NetConfigBackToOld, -1},
+        // clang-format on
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.edit);
@@ -121,39 +123,43 @@ TEST(MigRollback, StripOrLeaveAsItWas)
     }
 }
 
-// The old writers create their packages; words the readers do not know (and a provider with
-// no name) leave the caller's fields or the first provider.
+// The old writers create their packages; words the readers do not know leave the fields.
 TEST(MigRollback, OldLayoutWritersAndUnknownWords)
 {
     REQUIRE_SANDBOX();
-    NetEtherCfg e;
-    memset(&e, 0, sizeof e);
-    e.iIpv4Mode = 1, e.iIpv6Mode = 2, e.iMtu = 1300;
+    NetEtherCfg e, e2;
+    NetDdnsCfg d, d2;
+    memset(&e, 0, sizeof e), memset(&e2, 0, sizeof e2), memset(&d, 0, sizeof d);
+    e.iIpv4Mode = 1, e.iIpv6Mode = 2, e.iMtu = 1300, d.iType = 9; // no provider 9: the first
     strcpy(e.szDns2, "10.0.0.54"); // the first server empty: the second stays second
-    NetDdnsCfg d;
-    memset(&d, 0, sizeof d);
-    d.iType = 9;
     memset(d.szDdnsDomain, 'd', sizeof d.szDdnsDomain); // unterminated
     NetPppoeCfg p = {1, "lan1", "user", "pass"};
     ASSERT_EQ(0, NET_SetOldTcpipCfg(&e) + NET_SetOldDdnsCfg(&d) + NET_SetOldPppoeCfg(&p));
-    NetEtherCfg e2;
-    memset(&e2, 0, sizeof e2);
-    NetDdnsCfg d2;
-    memset(&d2, 0, sizeof d2);
+    d2 = d;
     ASSERT_EQ(0, NET_GetOldTcpipCfg(&e2) + NET_GetOldDdnsCfg(&d2));
     EXPECT_EQ("card=0 v4=1 mtu=1300 / gw  v6=2 /0 gw  dns  10.0.0.54", text(e2));
     EXPECT_EQ(0, d2.iType);
     EXPECT_EQ(std::string(63, 'd'), d2.szDdnsDomain);
-    EXPECT_EQ("\nconfig pppoe 'pppoe'\n\toption enable 'true'\n\toption interface 'lan1'\n"
-              "\toption username 'user'\n\toption password 'pass'\n"
-              "\toption passwordconfirm 'pass'\n\n",
-              read_pkg("pppoe"));
+    EXPECT_NE(std::string::npos, read_pkg("pppoe").find("\toption passwordconfirm 'pass'\n"));
     write_pkg("tcpip", "config tcpip 'tcpip'\n\toption ipv4dhcpmode 'yes'\n");
     write_pkg("ddns", "config ddns 'ddns'\n\toption enable '1'\n\toption type 'Other'\n");
+    d2.iType = 5;
     EXPECT_EQ(0, NET_GetOldTcpipCfg(&e) + NET_GetOldDdnsCfg(&d2));
     EXPECT_EQ(1, e.iIpv4Mode);
-    EXPECT_EQ(0, d2.iType);
+    EXPECT_EQ(5, d2.iType);
 }
+
+// clang-format off
+namespace
+{
+int back_to_old_null() { return NET_NetBackToOldEthCfg(nullptr); }
+int defcard_null() { return NET_SetDefNetCard(nullptr); }
+int back_null() { return NET_IsNetConfigBack(0, nullptr); }
+int back_3() { int f; return NET_IsNetConfigBack(3, &f); }
+int old_eth() { NetEtherCfg c; return NET_GetOldEthCfg(&c); }
+int old_port() { NetPortCfg c; return NET_GetOldPortCfg(&c); }
+} // namespace
+// clang-format on
 
 // Refusals and failures of the exported calls, with their tags: what log readers match.
 TEST(MigRollback, MigrateLogLines)
@@ -161,55 +167,31 @@ TEST(MigRollback, MigrateLogLines)
     REQUIRE_SANDBOX();
     NET_Init();
     const std::string load = plain("NET_CreatePackage", "Load uci failed \\n");
-    NetEtherCfg e;
     const struct {
         const char *edit;
-        std::function<int()> call;
+        int (*call)();
         int result;
         Lines lines;
     } rows[] = {
-        {"rm /etc/config/network",
-         NET_ConvertConfig,
-         -1,
-         {load, load,
-          tagged("NET_ConvertConfig", "PL_CREATE_PACKAGE_ERROR_PRINT", "file: network.\\n")}},
-        {"rm /etc/config/ddns",
-         NET_ConvertConfig,
-         -1,
-         {plain("NET_GetSection", "net_version.\\n"), plain("NET_GetSection", "ddns.\\n"), load,
-          load, plain("NET_GetOldDdnsCfg", "file: ddns.\\n"),
+        // clang-format off
+        {"rm /etc/config/network", NET_ConvertConfig, -1,
+         {load, load, tagged("NET_ConvertConfig", "PL_CREATE_PACKAGE_ERROR_PRINT", "file: network.\\n")}},
+        {"rm /etc/config/ddns", NET_ConvertConfig, -1,
+         {plain("NET_GetSection", "net_version.\\n"), plain("NET_GetSection", "ddns.\\n"), load, load,
+          plain("NET_GetOldDdnsCfg", "file: ddns.\\n"),
           plain("NET_NetConfigOldToNew", "get old DDNS configure fail.\\n"),
           plain("NET_ConvertConfig", "NET_NetConfigOldToNew fail.\\n")}},
         {"printf \"config version 'net_version'\\n\\toption single 'x'\\n\" >>/etc/config/network",
-         [] {
-             int f;
-             return NET_IsNetConfigBack(3, &f);
-         },
-         -1,
-         {plain("NET_IsNetConfigBack", "network version eror.\\n")}},
-        {"true",
-         [] { return NET_IsNetConfigBack(0, nullptr); },
-         -2,
-         {param("NET_IsNetConfigBack", "pbCfgBack:(nil) \\n")}},
-        {"rm /etc/config/tcpip",
-         [&] { return NET_GetOldEthCfg(&e); },
-         -1,
+         back_3, -1, {plain("NET_IsNetConfigBack", "network version eror.\\n")}},
+        {"true", back_null, -2, {param("NET_IsNetConfigBack", "pbCfgBack:(nil) \\n")}},
+        {"rm /etc/config/tcpip", old_eth, -1,
          {load, load, plain("NET_GetOldTcpipCfg", "file: tcpip.\\n"),
           plain("NET_GetOldEthCfg", "NET_GetOldTcpipCfg fail.\\n")}},
-        {"sed -i '/portmapping/,$d' /etc/config/port",
-         [] {
-             NetPortCfg c;
-             return NET_GetOldPortCfg(&c);
-         },
-         -1, no_section("NET_GetOldPortCfg", "portmapping")},
-        {"true",
-         [] { return NET_NetBackToOldEthCfg(nullptr); },
-         -2,
-         {plain("NET_NetBackToOldEthCfg", "pstEtherCfg: (nil).\\n")}},
-        {"true",
-         [] { return NET_SetDefNetCard(nullptr); },
-         -2,
-         {param("NET_SetDefNetCard", "pcNetDefCard:(nil) \\n")}},
+        {"sed -i '/portmapping/,$d' /etc/config/port", old_port, -1,
+         no_section("NET_GetOldPortCfg", "portmapping")},
+        {"true", back_to_old_null, -2, {plain("NET_NetBackToOldEthCfg", "pstEtherCfg: (nil).\\n")}},
+        {"true", defcard_null, -2, {param("NET_SetDefNetCard", "pcNetDefCard:(nil) \\n")}},
+        // clang-format on
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.edit);
