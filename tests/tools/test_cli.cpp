@@ -183,8 +183,8 @@ TEST(Cli, StatusAndLinesOfCommands)
         // The driver table answers with the present configuration's pair in entry 11.
         {"drv show lan2", 0, "   11  drv_net_GetDefNetCard          0  lan2"},
         {"summary", 0, "lan2: static 192.168.2.10 netmask 255.255.255.0 gateway - mtu 1500"},
-            // clang-format on
-        };
+        // clang-format on
+    };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.args);
         Outcome r = ctl(c.args);
