@@ -1,10 +1,8 @@
-// Shared pieces of the configuration-version suites: an old-layout device and the records its
-// readers give, the records as one line each, the stand-in generator's package, and one
-// timed start-up as the companion stand-in records it.
+// Shared pieces of the configuration-version suites: an old-layout device and what its
+// readers give, the stand-in generator's package, and one start-up as the companion
+// stand-in records it.
 #pragma once
 
-#include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 #include <time.h>
 
@@ -19,28 +17,12 @@
 namespace migtest
 {
 
-using cfgtest::Lines;
-using cfgtest::param;
-using cfgtest::plain;
+using namespace cfgtest;
 
 inline const char kOnePort[] = "eth0";
 inline const char kTwoPorts[] = "lan1,lan2";
-inline const std::string kReboot = "SYS_Reboot: reboot requested (host stand-in, not rebooting)";
 inline const std::string kSingleStamp = "\nconfig version 'net_version'\n\toption single '1.00'\n";
 
-inline std::string tagged(const std::string &func, const std::string &tag, const std::string &msg)
-{
-    return sandbox::expect_line(func, tag + " \"" + msg + "\"");
-}
-inline std::string missing(const std::string &sec)
-{
-    return plain("NET_GetSection", sec + ".\\n");
-}
-inline Lines operator+(Lines a, const Lines &b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
 inline void write_pkg(const std::string &pkg, const std::string &text)
 {
     sandbox::write_file("/etc/config/" + pkg, text);
@@ -56,23 +38,20 @@ inline std::string script_log()
 }
 
 // The old firmware's packages: one port, static IPv4, IPv6 set by hand.
-inline const std::string kOldLan =
-    "config interface 'lan'\n\toption ifname 'eth0'\n\toption type 'bridge'\n"
-    "\toption ipaddr '10.20.30.40'\n\toption netmask '255.255.0.0'\n"
-    "\toption gateway '10.20.0.1'\n\toption ip6addr '2001:db8:5::40/64'\n"
-    "\toption ip6gw '2001:db8:5::1'\n";
 inline void install_old_device()
 {
-    write_pkg("network", kOldLan);
+    write_pkg("network", "config interface 'lan'\n\toption ifname 'eth0'\n\toption type "
+                         "'bridge'\n\toption ipaddr '10.20.30.40'\n\toption netmask "
+                         "'255.255.0.0'\n\toption gateway '10.20.0.1'\n\toption ip6addr "
+                         "'2001:db8:5::40/64'\n\toption ip6gw '2001:db8:5::1'\n");
     write_pkg("tcpip", "config tcpip 'tcpip'\n\toption ipv4dhcpmode 'false'\n"
                        "\toption ipv6mode 'true'\n\toption cardtype '3'\n\toption mtu '1400'\n"
                        "\tlist dns '10.20.0.53'\n\tlist dns '9.9.9.9'\n");
     write_pkg("ddns", "config ddns 'ddns'\n\toption enable 'true'\n\toption type 'NO-IP'\n"
                       "\toption domain 'cam.example.org'\n\toption username 'owner'\n"
                       "\toption password 'secret'\n\toption port '8245'\n");
-    write_pkg("pppoe", "config pppoe 'pppoe'\n\toption enable 'false'\n"
-                       "\toption interface 'eth0'\n\toption username 'dsl'\n"
-                       "\toption password 'pw'\n");
+    write_pkg("pppoe", "config pppoe 'pppoe'\n\toption enable 'false'\n\toption interface "
+                       "'eth0'\n\toption username 'dsl'\n\toption password 'pw'\n");
     write_pkg("port", "config port 'port'\n\toption httpport '8080'\n\toption httpsport '8443'\n"
                       "\toption rtspport '8554'\nconfig portmapping 'portmapping'\n"
                       "\toption enable 'true'\n\toption mode '1'\n"
@@ -81,7 +60,7 @@ inline void install_old_device()
                         "\tlist listen_https '0.0.0.0:8443'\n");
 }
 
-// The records as one line each, texts within their fields' bounds.
+// The Ethernet record as one line, texts within their fields' bounds.
 inline std::string text(const NetEtherCfg &c)
 {
     char b[512];
@@ -89,21 +68,6 @@ inline std::string text(const NetEtherCfg &c)
              "card=%d v4=%d mtu=%d %.16s/%.16s gw %.16s v6=%d %.46s/%d gw %.46s dns %.16s %.16s",
              c.iCardType, c.iIpv4Mode, c.iMtu, c.szIpv4Addr, c.szIpv4Mask, c.szIpv4Gateway,
              c.iIpv6Mode, c.szIpv6Addr, c.iIpv6PrefixLen, c.szIpv6Gateway, c.szDns1, c.szDns2);
-    return b;
-}
-inline std::string text(const NetDdnsCfg &c)
-{
-    char b[512];
-    snprintf(b, sizeof b, "on=%d type=%d server=%.65s domain=%.65s port=%u user=%.33s pw=%.17s",
-             c.iEnable, c.iType, c.szServerDomain, c.szDdnsDomain, c.usPort, c.szUserName,
-             c.szPassword);
-    return b;
-}
-inline std::string text(const NetPppoeCfg &c)
-{
-    char b[256];
-    snprintf(b, sizeof b, "on=%d if=%.16s user=%.33s pw=%.17s", c.iEnable, c.szInterface,
-             c.szUserName, c.szPassword);
     return b;
 }
 inline std::string text(const NetPortCfg &c)
@@ -114,32 +78,32 @@ inline std::string text(const NetPortCfg &c)
              c.usExtHttpPort, c.usExtRtspPort);
     return b;
 }
-
-// What the old readers give for install_old_device().
-inline const std::vector<std::string> kOldRecords = {
-    "card=3 v4=0 mtu=1400 10.20.30.40/255.255.0.0 gw 10.20.0.1 v6=1 2001:db8:5::40/64 gw "
-    "2001:db8:5::1 dns 10.20.0.53 9.9.9.9",
-    "on=1 type=1 server= domain=cam.example.org port=8245 user=owner pw=secret",
-    "on=0 if=eth0 user=dsl pw=pw",
-    "http=8080 rtsp=8554 https=8443 map=1 mode=1 ext http=18080 rtsp=18554"};
-
-// A record zeroed, filled by a reader, as one line; "-1" when the reader fails.
-template <class Rec> std::string read_line(int (*reader)(Rec *))
-{
-    Rec r;
-    memset(&r, 0, sizeof r);
-    return reader(&r) == 0 ? text(r) : "-1";
-}
-inline std::vector<std::string> old_records()
-{
-    return {read_line(NET_GetOldEthCfg), read_line(NET_GetOldDdnsCfg),
-            read_line(NET_GetOldPppoeCfg), read_line(NET_GetOldPortCfg)};
-}
+inline const std::string kOldEther =
+    "card=3 v4=0 mtu=1400 10.20.30.40/255.255.0.0 gw 10.20.0.1 "
+    "v6=1 2001:db8:5::40/64 gw 2001:db8:5::1 dns 10.20.0.53 9.9.9.9";
 inline std::string ether(const char *ifname)
 {
     NetEtherCfg c;
     memset(&c, 0, sizeof c);
     return NET_GetEtherCfg(ifname, &c) == 0 ? text(c) : "-1";
+}
+
+// The records as raw bytes, zeroed before the reader fills them; empty when it fails.
+template <class Rec> std::string bytes(int (*reader)(Rec *))
+{
+    Rec r;
+    memset(&r, 0, sizeof r);
+    return reader(&r) == 0 ? std::string(reinterpret_cast<const char *>(&r), sizeof r) : "";
+}
+// What the old readers give: the Ethernet and port records as text, DDNS and PPPoE as bytes.
+using OldRecords = std::vector<std::string>;
+inline OldRecords old_records()
+{
+    NetEtherCfg e;
+    NetPortCfg p;
+    memset(&e, 0, sizeof e), memset(&p, 0, sizeof p);
+    return {NET_GetOldEthCfg(&e) == 0 ? text(e) : "-1", bytes(NET_GetOldDdnsCfg),
+            bytes(NET_GetOldPppoeCfg), NET_GetOldPortCfg(&p) == 0 ? text(p) : "-1"};
 }
 
 // The package the stand-in generator writes for a kind of device, plus extra text; the
@@ -160,22 +124,20 @@ inline std::string generated(const char *kind, const std::string &extra = "")
 inline const char kLan1Default[] = "card=0 v4=0 mtu=1500 192.168.1.10/255.255.255.0 gw "
                                    "192.168.1.1 v6=2 /0 gw  dns 192.168.1.1 ";
 
-// One start-up: its result, the reboots the companion stand-in recorded, its log, its time.
+// One start-up: its result, the reboots the companion stand-in recorded, its time.
 struct Start {
     int result, reboots;
-    Lines lines;
     double seconds;
 };
 inline Start start_up()
 {
     sandbox::FdCheck fds;
-    sandbox::LogCapture log;
     int before = COMP_GetRebootCount();
     timespec t0, t1;
     clock_gettime(CLOCK_MONOTONIC, &t0);
     int rc = NET_ConvertConfig();
     clock_gettime(CLOCK_MONOTONIC, &t1);
-    return {rc, COMP_GetRebootCount() - before, log.texts(),
+    return {rc, COMP_GetRebootCount() - before,
             static_cast<double>(t1.tv_sec - t0.tv_sec) + (t1.tv_nsec - t0.tv_nsec) / 1e9};
 }
 

@@ -1,5 +1,6 @@
 // Roll-back to the old layout on real package files: when it is due, the old layout forward
-// and back again, what "network" becomes, and the failures that leave it as it was.
+// and back again, what "network" becomes, the failures that leave it as it was, the old
+// layout's own writers, and the lines log readers match for refusals and failures.
 #include <functional>
 #include <string>
 
@@ -8,46 +9,29 @@
 #include "migrate_support.h"
 
 using namespace migtest;
-using sandbox::FdCheck;
-using sandbox::LogCapture;
 
 TEST(MigRollback, IsNetConfigBackTable)
 {
     REQUIRE_SANDBOX();
-    const std::string eror = plain("NET_IsNetConfigBack", "network version eror.\\n");
-    const std::string load = plain("NET_CreatePackage", "Load uci failed \\n");
-    struct {
+    const struct {
         const char *marker; // option of the marker, "" for no marker, null for no package
         int version, result, flag;
-        Lines lines;
     } rows[] = {
-        // clang-format off
-        {"single", 0, 0, 1, {}}, {"single", 1, 0, 0, {}}, {"single", 2, 0, 0, {}},
-        {"double", 2, 0, 0, {}}, {"double", 0, -1, 0, {}}, {"double", 1, -1, 0, {}},
-        {"", 1, 0, 0, {missing("net_version")}}, {"single", 3, -1, 7, {eror}}, {"single", -1, -1, 7, {eror}},
-        {nullptr, 0, -1, 0, {load, load, tagged("NET_IsNetConfigBack", "PL_CREATE_PACKAGE_ERROR_PRINT",
-                                                "file: network.\\n")}},
-        // clang-format on
+        {"single", 0, 0, 1}, {"single", 1, 0, 0},  {"double", 2, 0, 0},   {"double", 1, -1, 0},
+        {"", 1, 0, 0},       {"single", 3, -1, 7}, {"single", -1, -1, 7}, {nullptr, 0, -1, 0},
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(std::string(r.marker ? r.marker : "none") + " " + std::to_string(r.version));
         sandbox::must("rm -f /etc/config/network");
-        const std::string marker = r.marker && *r.marker ? r.marker : "";
         if (r.marker != nullptr)
-            write_pkg("network", "config ddns 'ddns'\n" +
-                                     (marker.empty() ? ""
-                                                     : "config version 'net_version'\n\toption " +
-                                                           marker + " 'x'\n"));
+            write_pkg("network", std::string("config ddns 'ddns'\n") +
+                                     (*r.marker ? "config version 'net_version'\n\toption " +
+                                                      std::string(r.marker) + " 'x'\n"
+                                                : ""));
         int flag = 7;
-        FdCheck fds;
-        LogCapture log;
         EXPECT_EQ(r.result, NET_IsNetConfigBack(r.version, &flag));
         EXPECT_EQ(r.flag, flag);
-        EXPECT_EQ(r.lines, log.texts());
     }
-    LogCapture log;
-    EXPECT_EQ(-2, NET_IsNetConfigBack(0, nullptr));
-    EXPECT_EQ(Lines{param("NET_IsNetConfigBack", "pbCfgBack:(nil) \\n")}, log.texts());
 }
 
 // Forward at one start, stamped at the next, then rolled back: the old readers give what they
@@ -58,13 +42,15 @@ TEST(MigRollback, OldLayoutForwardAndBack)
     REQUIRE_SANDBOX();
     const char *autoModes = "sed -i \"s/dhcpmode 'false'/dhcpmode 'true'/; "
                             "s/ipv6mode 'true'/ipv6mode '2'/\" /etc/config/tcpip";
-    const std::string kept[][2] = {{"true", kOldRecords[0]},
+    const std::string kept[][2] = {{"true", kOldEther},
                                    {autoModes, "card=3 v4=1 mtu=1400 / gw  v6=2 /0 gw  dns  "}};
     for (const auto &r : kept) {
         SCOPED_TRACE(r[0]);
         sandbox::reset_device();
         sandbox::veth("eth0", "p0");
         install_old_device();
+        OldRecords before = old_records();
+        before[0] = r[1];
         sandbox::must(r[0]);
         ASSERT_EQ(1, start_up().reboots);
         ASSERT_EQ(0, start_up().reboots);
@@ -72,11 +58,12 @@ TEST(MigRollback, OldLayoutForwardAndBack)
         EXPECT_EQ(0, NET_IsNetConfigBack(0, &due));
         EXPECT_EQ(1, due);
         ASSERT_EQ(0, NET_NetConfigBackToOld());
-        EXPECT_EQ((std::vector<std::string>{r[1], kOldRecords[1], kOldRecords[2], kOldRecords[3]}),
-                  old_records());
+        OldRecords after = old_records();
+        EXPECT_EQ(before[0], after[0]);
+        EXPECT_TRUE(before == after);
         EXPECT_EQ("config uhttpd 'main'\n\tlist listen_https '0.0.0.0:8443'\n"
                   "\tlist listen_http '0.0.0.0:8080'\n\tlist listen_http '[::]:8080'\n",
-                  cfgtest::block(read_pkg("uhttpd"), "main"));
+                  block(read_pkg("uhttpd"), "main"));
         EXPECT_EQ(0, NET_IsNetConfigBack(0, &due));
         EXPECT_EQ(0, due);
     }
@@ -91,32 +78,23 @@ TEST(MigRollback, StripOrLeaveAsItWas)
         return NET_NetBackToOldEthCfg(&c);
     };
     const std::string route = "\nconfig route 'eth0_E0000000'\n\toption interface 'lan'\n";
-    const char *readOnly = "mount --bind /etc/config /etc/config && "
-                           "mount -o remount,bind,ro /etc/config";
-    struct {
-        const char *name, *device, *edit;
+    const struct {
+        const char *device, *edit;
         std::string extra; // after the generated package
         std::function<int()> call;
         int result;
-        Lines lines;
     } rows[] = {
         // clang-format off
-        {"one port, route", kOnePort, "true", kSingleStamp + route, NET_NetConfigBackToOld, 0, {}},
-        {"two ports, no route", kTwoPorts, "true", "", NET_NetConfigBackToOld, 0, {missing("eth0_E0000000")}},
-        {"no portmapping", kOnePort, "sed -i '/portmapping/,$d' /etc/config/network", "", strip, -1,
-         {missing("portmapping"), plain("NET_NetBackToOldEthCfg", "section: portmapping.\\n")}},
-        {"no cardtype", kOnePort, "sed -i '/cardtype/d' /etc/config/network", "", strip, -1,
-         {plain("NET_NetBackToOldEthCfg", "NET_DelOption: cardtype fail.\\n")}},
-        {"null record", kOnePort, "true", "", [] { return NET_NetBackToOldEthCfg(nullptr); }, -2,
-         {plain("NET_NetBackToOldEthCfg", "pstEtherCfg: (nil).\\n")}},
-        {"commit refused", kOnePort, readOnly, "", NET_NetConfigBackToOld, -1,
-         {missing("net_version"), missing("eth0_E0000000"), plain("NET_UciCommit", "commit failed\\n"),
-          plain("NET_NetBackToOldEthCfg", "NET_UciCommit fail.\\n"),
-          tagged("NET_NetConfigBackToOld", "PL_SET_OPTION_ERROR_PRINT", "file: network.\\n")}},
+        {kOnePort, "true", kSingleStamp + route, NET_NetConfigBackToOld, 0},
+        {kTwoPorts, "true", "", NET_NetConfigBackToOld, 0},
+        {kOnePort, "sed -i '/portmapping/,$d' /etc/config/network", "", strip, -1},
+        {kOnePort, "sed -i '/cardtype/d' /etc/config/network", "", strip, -1},
+        {kOnePort, "mount --bind /etc/config /etc/config && mount -o remount,bind,ro /etc/config",
+         "", NET_NetConfigBackToOld, -1},
         // clang-format on
     };
     for (const auto &r : rows) {
-        SCOPED_TRACE(r.name);
+        SCOPED_TRACE(r.edit);
         sandbox::reset_device();
         sandbox::set_device(r.device);
         NET_Init();
@@ -124,10 +102,8 @@ TEST(MigRollback, StripOrLeaveAsItWas)
         generated(r.device, r.extra);
         sandbox::must(r.edit);
         const std::string before = read_pkg("network");
-        FdCheck fds;
-        LogCapture log;
+        sandbox::FdCheck fds;
         EXPECT_EQ(r.result, r.call());
-        EXPECT_EQ(r.lines, log.texts());
         const std::string after = read_pkg("network");
         sandbox::sh("umount /etc/config 2>/dev/null");
         EXPECT_EQ(r.result == 0, sandbox::file_exists("/etc/config/tcpip"));
@@ -136,7 +112,7 @@ TEST(MigRollback, StripOrLeaveAsItWas)
             continue;
         }
         // The port a bridge without its mode options; the new sections and the route gone.
-        const std::string lan = cfgtest::block(after, r.device == kOnePort ? "lan" : "lan1");
+        const std::string lan = block(after, r.device == kOnePort ? "lan" : "lan1");
         EXPECT_NE(std::string::npos,
                   lan.find("\tlist dns '192.168.1.1'\n\toption type 'bridge'\n"));
         for (const char *gone : {"cardtype", "dhcp '"})
@@ -144,5 +120,85 @@ TEST(MigRollback, StripOrLeaveAsItWas)
         for (const char *gone :
              {"'ddns'", "'pppoe'", "'port'", "'portmapping'", "'net_version'", "eth0_E0000000"})
             EXPECT_EQ(std::string::npos, after.find(gone)) << gone;
+    }
+}
+
+// The old writers create their packages; words the readers do not know leave the fields.
+TEST(MigRollback, OldLayoutWritersAndUnknownWords)
+{
+    REQUIRE_SANDBOX();
+    NetEtherCfg e, e2;
+    NetDdnsCfg d, d2;
+    memset(&e, 0, sizeof e), memset(&e2, 0, sizeof e2), memset(&d, 0, sizeof d);
+    e.iIpv4Mode = 1, e.iIpv6Mode = 2, e.iMtu = 1300, d.iType = 9; // no provider 9: the first
+    strcpy(e.szDns2, "10.0.0.54"); // the first server empty: the second stays second
+    memset(d.szDdnsDomain, 'd', sizeof d.szDdnsDomain); // unterminated
+    NetPppoeCfg p = {1, "lan1", "user", "pass"};
+    ASSERT_EQ(0, NET_SetOldTcpipCfg(&e) + NET_SetOldDdnsCfg(&d) + NET_SetOldPppoeCfg(&p));
+    d2 = d;
+    ASSERT_EQ(0, NET_GetOldTcpipCfg(&e2) + NET_GetOldDdnsCfg(&d2));
+    EXPECT_EQ("card=0 v4=1 mtu=1300 / gw  v6=2 /0 gw  dns  10.0.0.54", text(e2));
+    EXPECT_EQ(0, d2.iType);
+    EXPECT_EQ(std::string(63, 'd'), d2.szDdnsDomain);
+    EXPECT_NE(std::string::npos, read_pkg("pppoe").find("\toption passwordconfirm 'pass'\n"));
+    write_pkg("tcpip", "config tcpip 'tcpip'\n\toption ipv4dhcpmode 'yes'\n");
+    write_pkg("ddns", "config ddns 'ddns'\n\toption enable '1'\n\toption type 'Other'\n");
+    d2.iType = 5;
+    EXPECT_EQ(0, NET_GetOldTcpipCfg(&e) + NET_GetOldDdnsCfg(&d2));
+    EXPECT_EQ(1, e.iIpv4Mode);
+    EXPECT_EQ(5, d2.iType);
+}
+
+// clang-format off
+namespace
+{
+int back_to_old_null() { return NET_NetBackToOldEthCfg(nullptr); }
+int defcard_null() { return NET_SetDefNetCard(nullptr); }
+int back_null() { return NET_IsNetConfigBack(0, nullptr); }
+int back_3() { int f; return NET_IsNetConfigBack(3, &f); }
+int old_eth() { NetEtherCfg c; return NET_GetOldEthCfg(&c); }
+int old_port() { NetPortCfg c; return NET_GetOldPortCfg(&c); }
+} // namespace
+// clang-format on
+
+// Refusals and failures of the exported calls, with their tags: what log readers match.
+TEST(MigRollback, MigrateLogLines)
+{
+    REQUIRE_SANDBOX();
+    NET_Init();
+    const std::string load = plain("NET_CreatePackage", "Load uci failed \\n");
+    const struct {
+        const char *edit;
+        int (*call)();
+        int result;
+        Lines lines;
+    } rows[] = {
+        // clang-format off
+        {"rm /etc/config/network", NET_ConvertConfig, -1,
+         {load, load, tagged("NET_ConvertConfig", "PL_CREATE_PACKAGE_ERROR_PRINT", "file: network.\\n")}},
+        {"rm /etc/config/ddns", NET_ConvertConfig, -1,
+         {plain("NET_GetSection", "net_version.\\n"), plain("NET_GetSection", "ddns.\\n"), load, load,
+          plain("NET_GetOldDdnsCfg", "file: ddns.\\n"),
+          plain("NET_NetConfigOldToNew", "get old DDNS configure fail.\\n"),
+          plain("NET_ConvertConfig", "NET_NetConfigOldToNew fail.\\n")}},
+        {"printf \"config version 'net_version'\\n\\toption single 'x'\\n\" >>/etc/config/network",
+         back_3, -1, {plain("NET_IsNetConfigBack", "network version eror.\\n")}},
+        {"true", back_null, -2, {param("NET_IsNetConfigBack", "pbCfgBack:(nil) \\n")}},
+        {"rm /etc/config/tcpip", old_eth, -1,
+         {load, load, plain("NET_GetOldTcpipCfg", "file: tcpip.\\n"),
+          plain("NET_GetOldEthCfg", "NET_GetOldTcpipCfg fail.\\n")}},
+        {"sed -i '/portmapping/,$d' /etc/config/port", old_port, -1,
+         no_section("NET_GetOldPortCfg", "portmapping")},
+        {"true", back_to_old_null, -2, {plain("NET_NetBackToOldEthCfg", "pstEtherCfg: (nil).\\n")}},
+        {"true", defcard_null, -2, {param("NET_SetDefNetCard", "pcNetDefCard:(nil) \\n")}},
+        // clang-format on
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.edit);
+        install_old_device();
+        sandbox::must(r.edit);
+        sandbox::LogCapture log;
+        EXPECT_EQ(r.result, r.call());
+        EXPECT_EQ(r.lines, log.texts());
     }
 }
