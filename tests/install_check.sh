@@ -12,7 +12,7 @@ test -L "$libdir/libnetwork.so.1" || { echo "no versioned SONAME link"; exit 1; 
 export PKG_CONFIG_PATH="$libdir/pkgconfig"
 cc -std=c99 -Wall -Wextra -Werror -pedantic -o "$tmp/pc_consumer" "$src/tests/c_consumer.c" \
     $(pkg-config --cflags --libs libnetwork) -Wl,-rpath-link,"$libdir"
-LD_LIBRARY_PATH="$libdir" NETLIB_LOG=none "$tmp/pc_consumer" >/dev/null
+LD_LIBRARY_PATH="$libdir${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}" NETLIB_LOG=none "$tmp/pc_consumer" >/dev/null
 
 mkdir "$tmp/cm"
 cat >"$tmp/cm/CMakeLists.txt" <<'CM'
@@ -25,5 +25,5 @@ CM
 cp "$src/tests/c_consumer.c" "$tmp/cm/consumer.c"
 cmake -S "$tmp/cm" -B "$tmp/cm/build" -DCMAKE_PREFIX_PATH="$tmp/prefix" >/dev/null
 cmake --build "$tmp/cm/build" >/dev/null
-LD_LIBRARY_PATH="$libdir" NETLIB_LOG=none "$tmp/cm/build/cm_consumer" >/dev/null
+LD_LIBRARY_PATH="$libdir${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}" NETLIB_LOG=none "$tmp/cm/build/cm_consumer" >/dev/null
 echo "install: pkg-config and CMake consumers built and ran"

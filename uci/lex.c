@@ -49,9 +49,14 @@ static int fail_at(struct uci_lexer *lx, const char *reason, size_t pos)
 
 int uci_lex_check(struct uci_lexer *lx)
 {
-    const char *nul = memchr(lx->buf, '\0', lx->len);
+    const char *nul;
     size_t start = 0;
 
+    /* A crash can leave a file extended with zeros its data never reached: like the device,
+     * read what was written before them. A NUL anywhere else is an error. */
+    while (lx->len > 0 && lx->buf[lx->len - 1] == '\0')
+        lx->len--;
+    nul = memchr(lx->buf, '\0', lx->len);
     if (nul)
         return fail_at(lx, "invalid character", (size_t)(nul - lx->buf));
     while (start <= lx->len) {

@@ -132,7 +132,12 @@ static bool config_name(const char *dir, const char *name)
     return ok;
 }
 
-/* One block: the NULL-terminated array, then the names. */
+static int by_name(const void *a, const void *b)
+{
+    return strcmp(*(char *const *)a, *(char *const *)b);
+}
+
+/* One block: the NULL-terminated array, then the names, sorted as the device lists them. */
 UCI_API int uci_list_configs(struct uci_context *ctx, char ***list)
 {
     struct dirent *d;
@@ -157,7 +162,8 @@ UCI_API int uci_list_configs(struct uci_context *ctx, char ***list)
     out = n ? calloc(1, (n + 1) * sizeof(char *) + bytes) : NULL;
     s = out ? (char *)(out + n + 1) : NULL;
     rewinddir(dir);
-    for (size_t i = 0; out && i < n && (d = readdir(dir)) != NULL;) {
+    size_t i = 0;
+    while (out && i < n && (d = readdir(dir)) != NULL) {
         size_t len = strlen(d->d_name) + 1;
         /* the directory may have changed since it was counted: what no longer fits is left out */
         if (len > bytes || !config_name(ctx->confdir, d->d_name))
@@ -166,6 +172,8 @@ UCI_API int uci_list_configs(struct uci_context *ctx, char ***list)
         s += len;
         bytes -= len;
     }
+    if (out)
+        qsort(out, i, sizeof *out, by_name);
     closedir(dir);
     if (!n)
         return uci_err(ctx, UCI_ERR_NOTFOUND);

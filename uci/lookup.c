@@ -46,8 +46,6 @@ int uci_do_parse_ptr(struct uci_ptr *ptr, char *str)
     }
     if (!uci_valid_type(ptr->package))
         goto error;
-    if (ptr->section && !ptr->section[0])
-        goto error;
     if (ptr->section && !uci_valid_name(ptr->section))
         ptr->flags |= UCI_LOOKUP_EXTENDED;
     if (ptr->option && !uci_valid_name(ptr->option))
@@ -71,7 +69,7 @@ UCI_API int uci_parse_ptr(struct uci_context *ctx, struct uci_ptr *ptr, char *st
     return uci_err(ctx, uci_do_parse_ptr(ptr, str));
 }
 
-/* "[-]digits" and nothing else. */
+/* A number as strtol reads it ("[ 1]" and "[+1]" too, as on the device), and nothing else. */
 static bool parse_index(const char *s, size_t n, long *out)
 {
     char buf[24], *end;
@@ -80,11 +78,9 @@ static bool parse_index(const char *s, size_t n, long *out)
         return false;
     memcpy(buf, s, n);
     buf[n] = '\0';
-    if (!((buf[0] >= '0' && buf[0] <= '9') || (buf[0] == '-' && n > 1)))
-        return false;
     errno = 0;
     *out = strtol(buf, &end, 10);
-    return *end == '\0' && errno == 0;
+    return end != buf && *end == '\0' && errno == 0;
 }
 
 static bool type_matches(const struct uci_section *s, const char *type, size_t n)

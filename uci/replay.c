@@ -29,8 +29,8 @@ static int apply(struct uci_context *ctx, struct uci_ptr *ptr, enum uci_command 
 
     switch (cmd) {
     case UCI_CMD_ADD:
-        if (ptr->option)
-            return UCI_ERR_INVAL;
+        if (ptr->option) /* the device takes it as a plain set */
+            return uci_do_set(ctx, ptr);
         rc = uci_do_set(ctx, ptr);
         if (rc == 0 && ptr->s)
             ptr->s->anonymous = true;

@@ -1,7 +1,13 @@
 // The configuration store's only door to libuci: open, commit or discard a package; find,
 // create or delete a section; read, set or delete an option; add or remove a list value.
 // Every package handle owns a context of its own, reached through the package.
+#include <errno.h>
+#include <stdio.h>
+#include <fcntl.h>
 #include <string.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <uci.h>
 
@@ -88,6 +94,55 @@ Load load_package(const char *name, struct uci_package **pkg)
     return Load::Done;
 }
 
+// Our commits of one package take turns across processes. The device's libuci locks only
+// the file it opened, so a writer that waited there rewrites the file it read before the
+// other's rename and silently reverts that commit. The lock lives beside the save directory
+// (/tmp/.uci on the device: always writable, gone at reboot). It is held only inside
+// uci_commit, which calls nothing of ours, so a package opened again inside another
+// configuration call never waits for itself. Without a lock file the commit still goes on,
+// exactly as before.
+class CommitLock
+{
+  public:
+    explicit CommitLock(struct uci_package *pkg)
+    {
+        const char *dir = pkg->ctx != nullptr ? pkg->ctx->savedir : nullptr;
+        const char *name = pkg->e.name != nullptr ? pkg->e.name : "";
+        const char *slash = strrchr(name, '/'); // loaded by path
+        if (slash != nullptr)
+            name = slash + 1;
+        char path[512];
+        if (dir == nullptr ||
+            snprintf(path, sizeof path, "%s/.%s.lock", dir, name) >= static_cast<int>(sizeof path))
+            return;
+        if (mkdir(dir, 0700) != 0 && errno != EEXIST)
+            return;
+        fd_ = open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+        while (fd_ >= 0 && flock(fd_, LOCK_EX) != 0) {
+            if (errno != EINTR) {
+                close(fd_);
+                fd_ = -1;
+            }
+        }
+    }
+    ~CommitLock()
+    {
+        if (fd_ >= 0)
+            close(fd_); // closing drops the lock
+    }
+    CommitLock(const CommitLock &) = delete;
+    CommitLock &operator=(const CommitLock &) = delete;
+
+  private:
+    int fd_ = -1;
+};
+
+int commit_locked(struct uci_context *ctx, struct uci_package **pkg)
+{
+    CommitLock lock(*pkg);
+    return uci_commit(ctx, pkg, false);
+}
+
 } // namespace
 
 extern "C" {
@@ -142,7 +197,7 @@ int NET_UciCommit(struct uci_package *pstPackage)
     // leave the handle pointing at freed memory. The context stays the same.
     struct uci_context *ctx = pstPackage->ctx;
     int ret = 0;
-    if (uci_commit(ctx, &pstPackage, false) != UCI_OK) {
+    if (commit_locked(ctx, &pstPackage) != UCI_OK) {
         NET_LOG(NET_LVL_ERR, "commit failed\n");
         ret = -1;
     } else if (NET_BackupCfgFile() != 0) {

@@ -4,6 +4,7 @@
 #include "sandbox.h"
 #include "uci.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -168,123 +169,173 @@ TEST(UciCrash, KilledWriterLeavesOldOrNewFile)
     RecordProperty("commit_us", (int)commit);
 }
 
-// Two processes increment their own counter; commits re-read the file under the lock, so
-// neither overwrites the other's work.
+// Commits in a child behave as the device's libuci does (see uci/commit.c): the file is not
+// looked at again once its lock is taken, so only a lock of the caller's keeps commits apart.
+void device_commit_race(bool on)
+{
+    if (on)
+        setenv("UCI_TEST_COMMIT_RACE", "1", 1);
+    else
+        unsetenv("UCI_TEST_COMMIT_RACE");
+}
+
+// Two processes increment their own counter and neither overwrites the other's work: plain
+// commits re-read the file under the lock of our libuci, library commits take the library's
+// own lock, which is enough even on a libuci that loses updates by itself.
 TEST(UciCrash, ConcurrentWritersLoseNothing)
 {
-    Dirs d;
-    sandbox::write_file(d.conf + "/net",
-                        "\nconfig counters 'c'\n\toption a '0'\n\toption b '0'\n\n");
-    const int n = 400;
-    pid_t pids[2];
-    for (int w = 0; w < 2; w++) {
-        pids[w] = fork();
-        ASSERT_GE(pids[w], 0);
-        if (pids[w] != 0)
-            continue;
-        const char *opt = w ? "b" : "a";
-        for (int i = 0; i < n; i++) {
-            uci_context *ctx = context(d);
-            uci_package *p = nullptr;
-            if (uci_load(ctx, "net", &p) != 0)
-                _exit(2);
-            long v = read_long(ctx, p, "c", opt);
-            if (set(ctx, p, "c", opt, std::to_string(v + 1)) || uci_commit(ctx, &p, false))
-                _exit(3);
-            uci_free_context(ctx);
+    struct Mode {
+        bool race, library;
+    };
+    for (Mode m : {Mode{false, false}, Mode{false, true}, Mode{true, true}}) {
+#ifdef NETLIB_UCI_SYSTEM
+        if (!m.library || m.race)
+            continue; // plain commits and the race switch are our libuci's own
+#endif
+        SCOPED_TRACE(std::string(m.race ? "device race, " : "") +
+                     (m.library ? "NET_UciCommit" : "uci_commit"));
+        Dirs d;
+        sandbox::write_file(d.conf + "/net",
+                            "\nconfig counters 'c'\n\toption a '0'\n\toption b '0'\n\n");
+        const int n = 400;
+        pid_t pids[2];
+        for (int w = 0; w < 2; w++) {
+            pids[w] = fork();
+            ASSERT_GE(pids[w], 0);
+            if (pids[w] != 0)
+                continue;
+            device_commit_race(m.race);
+            const char *opt = w ? "b" : "a";
+            for (int i = 0; i < n; i++) {
+                uci_context *ctx = context(d);
+                uci_package *p = nullptr;
+                if (uci_load(ctx, "net", &p) != 0)
+                    _exit(2);
+                long v = read_long(ctx, p, "c", opt);
+                if (set(ctx, p, "c", opt, std::to_string(v + 1)))
+                    _exit(3);
+                if (m.library ? NET_UciCommit(p) != 0 : uci_commit(ctx, &p, false) != 0)
+                    _exit(3);
+                if (!m.library)
+                    uci_free_context(ctx); // NET_UciCommit frees it
+            }
+            _exit(0);
         }
-        _exit(0);
+        for (pid_t pid : pids) {
+            int status = 0;
+            ASSERT_EQ(pid, waitpid(pid, &status, 0));
+            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+        }
+        EXPECT_EQ("\nconfig counters 'c'\n\toption a '400'\n\toption b '400'\n\n",
+                  sandbox::read_file(d.conf + "/net"));
     }
-    for (pid_t pid : pids) {
-        int status = 0;
-        ASSERT_EQ(pid, waitpid(pid, &status, 0));
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+}
+
+// Child: reads the network file alone over and over until `stop` reports end of file (all
+// writers done); every version must parse, hold every counter and never run backwards, and
+// the last one must hold every commit. Exit status: 0 fine, 2 unparsable, 3 counter missing
+// or back, 6 commits lost.
+[[noreturn]] void network_reader(int writers, long commits, int stop, int result)
+{
+    std::vector<long> last(writers, 0);
+    long n = 0;
+    for (bool stopped = false;; n++) {
+        // read the stop pipe before the file, so the version read after it is the final one
+        char c;
+        stopped = stopped || read(stop, &c, 1) == 0;
+        uci_context *ctx = uci_alloc_context();
+        uci_package *p = nullptr;
+        if (uci_load(ctx, "/etc/config/network", &p) != UCI_OK)
+            _exit(2);
+        bool done = true;
+        for (int w = 0; w < writers; w++) {
+            long v = read_long(ctx, p, "lan", ("c" + std::to_string(w)).c_str());
+            if (v < last[w])
+                _exit(3);
+            last[w] = v;
+            done = done && v == commits;
+        }
+        uci_free_context(ctx);
+        if (stopped)
+            _exit(done && write(result, &n, sizeof n) == sizeof n ? 0 : 6);
     }
-    EXPECT_EQ("\nconfig counters 'c'\n\toption a '400'\n\toption b '400'\n\n",
-              sandbox::read_file(d.conf + "/net"));
 }
 
 // Several processes commit the device's own "network" package at once through the library,
-// each its own counter, while another reads the file alone over and over: every version it
-// reads parses, holds every counter and never runs backwards, and no commit is lost.
+// each its own counter, while another process reads the file: see network_reader.
 TEST(UciCrash, SeveralLibraryWritersAndAReaderOfTheNetworkPackage)
 {
     REQUIRE_SANDBOX();
     const int kWriters = 6, kCommits = 150;
-    std::string initial = "\nconfig interface 'lan'\n";
-    for (int w = 0; w < kWriters; w++)
-        initial += "\toption c" + std::to_string(w) + " '0'\n";
-    sandbox::write_file("/etc/config/network", initial + "\n", 0600);
+    for (bool race : {false, true}) {
+#ifdef NETLIB_UCI_SYSTEM
+        if (race)
+            continue; // the race switch is our libuci's own
+#endif
+        SCOPED_TRACE(race ? "device race" : "our libuci");
+        std::string initial = "\nconfig interface 'lan'\n";
+        for (int w = 0; w < kWriters; w++)
+            initial += "\toption c" + std::to_string(w) + " '0'\n";
+        sandbox::write_file("/etc/config/network", initial + "\n", 0600);
 
-    int reads[2];
-    ASSERT_EQ(0, pipe(reads));
-    pid_t reader = fork();
-    ASSERT_GE(reader, 0);
-    if (reader == 0) {
-        std::vector<long> last(kWriters, 0);
-        long n = 0;
-        for (auto start = std::chrono::steady_clock::now();
-             std::chrono::steady_clock::now() - start < std::chrono::seconds(20); n++) {
-            uci_context *ctx = uci_alloc_context();
-            uci_package *p = nullptr;
-            if (uci_load(ctx, "/etc/config/network", &p) != UCI_OK)
-                _exit(2);
-            bool done = true;
-            for (int w = 0; w < kWriters; w++) {
-                long v = read_long(ctx, p, "lan", ("c" + std::to_string(w)).c_str());
-                if (v < last[w])
-                    _exit(3); // missing (-1) or gone back
-                last[w] = v;
-                done = done && v == kCommits;
-            }
-            uci_free_context(ctx);
-            if (done) {
-                _exit(write(reads[1], &n, sizeof n) == sizeof n ? 0 : 5);
-            }
+        // the parent keeps no write end: a reader gone early is an end of file, not a hang
+        int reads[2], stop[2];
+        ASSERT_EQ(0, pipe(reads));
+        ASSERT_EQ(0, pipe2(stop, O_NONBLOCK));
+        pid_t reader = fork();
+        ASSERT_GE(reader, 0);
+        if (reader == 0) {
+            close(reads[0]);
+            close(stop[1]);
+            network_reader(kWriters, kCommits, stop[0], reads[1]);
         }
-        _exit(4);
-    }
-    std::vector<pid_t> writers;
-    for (int w = 0; w < kWriters; w++) {
-        pid_t pid = fork();
-        ASSERT_GE(pid, 0);
-        if (pid == 0) {
-            std::string opt = "c" + std::to_string(w);
-            for (int i = 0; i < kCommits; i++) {
-                struct uci_package *p = NET_CreatePackage("network");
-                struct uci_section *s = p ? NET_GetSection(p, "lan") : nullptr;
-                char buf[16] = {0};
-                if (s == nullptr || NET_GetOption(s, opt.c_str(), buf, sizeof buf) != 0)
-                    _exit(2);
-                std::string next = std::to_string(atol(buf) + 1);
-                if (NET_SetOption(s, opt.c_str(), next.c_str()) != 0 || NET_UciCommit(p) != 0)
-                    _exit(3);
+        close(reads[1]);
+        close(stop[0]);
+        std::vector<pid_t> writers;
+        for (int w = 0; w < kWriters; w++) {
+            pid_t pid = fork();
+            ASSERT_GE(pid, 0);
+            if (pid == 0) {
+                close(stop[1]);
+                device_commit_race(race);
+                std::string opt = "c" + std::to_string(w);
+                for (int i = 0; i < kCommits; i++) {
+                    struct uci_package *p = NET_CreatePackage("network");
+                    struct uci_section *s = p ? NET_GetSection(p, "lan") : nullptr;
+                    char buf[16] = {0};
+                    if (s == nullptr || NET_GetOption(s, opt.c_str(), buf, sizeof buf) != 0)
+                        _exit(2);
+                    std::string next = std::to_string(atol(buf) + 1);
+                    if (NET_SetOption(s, opt.c_str(), next.c_str()) != 0 || NET_UciCommit(p) != 0)
+                        _exit(3);
+                }
+                _exit(0);
             }
-            _exit(0);
+            writers.push_back(pid);
         }
-        writers.push_back(pid);
-    }
-    for (pid_t pid : writers) {
+        for (pid_t pid : writers) {
+            int status = 0;
+            ASSERT_EQ(pid, waitpid(pid, &status, 0));
+            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "writer " << status;
+        }
+        close(stop[1]);
         int status = 0;
-        ASSERT_EQ(pid, waitpid(pid, &status, 0));
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "writer " << status;
+        ASSERT_EQ(reader, waitpid(reader, &status, 0));
+        ASSERT_TRUE(WIFEXITED(status)) << status;
+        EXPECT_EQ(0, WEXITSTATUS(status)) << "reader: 2 unparsable, 3 counter missing or back, "
+                                             "6 commits lost";
+        long n = 0;
+        if (read(reads[0], &n, sizeof n) != sizeof n)
+            n = -1;
+        close(reads[0]);
+        std::string expected = "\nconfig interface 'lan'\n";
+        for (int w = 0; w < kWriters; w++)
+            expected += "\toption c" + std::to_string(w) + " '" + std::to_string(kCommits) + "'\n";
+        EXPECT_EQ(expected + "\n", sandbox::read_file("/etc/config/network"));
+        RecordProperty(race ? "reads_race" : "reads", static_cast<int>(n));
     }
-    int status = 0;
-    ASSERT_EQ(reader, waitpid(reader, &status, 0));
-    ASSERT_TRUE(WIFEXITED(status)) << status;
-    EXPECT_EQ(0, WEXITSTATUS(status)) << "reader: 2 unparsable, 3 counter missing or back";
-    long n = 0;
-    if (read(reads[0], &n, sizeof n) != sizeof n)
-        n = -1;
-    close(reads[0]);
-    close(reads[1]);
-    std::string expected = "\nconfig interface 'lan'\n";
-    for (int w = 0; w < kWriters; w++)
-        expected += "\toption c" + std::to_string(w) + " '" + std::to_string(kCommits) + "'\n";
-    EXPECT_EQ(expected + "\n", sandbox::read_file("/etc/config/network"));
     RecordProperty("writers", kWriters);
     RecordProperty("commits", kWriters * kCommits);
-    RecordProperty("reads", static_cast<int>(n));
 }
 
 } // namespace
