@@ -37,10 +37,9 @@ void arp(const std::vector<uint8_t> &f)
         return;
     require(f.size() >= 42 && f[12] == 0x08 && f[13] == 0x06, "ARP length and type");
     require(memcmp(other, &f[22], 6) == 0 && memcmp(other, kSelf, 6) != 0, "ARP sender");
-    if (v == ProbeVerdict::Conflict)
-        require(memcmp(&f[28], kIp, 4) == 0, "ARP conflict names the address");
-    else
-        require(f[21] == 1 && memcmp(&f[38], kIp, 4) == 0, "ARP probe for the address");
+    require(v == ProbeVerdict::Conflict ? memcmp(&f[28], kIp, 4) == 0
+                                        : f[21] == 1 && memcmp(&f[38], kIp, 4) == 0,
+            "ARP conflict from the address, or a probe for it");
 }
 
 void nd(const std::vector<uint8_t> &f)
@@ -49,9 +48,9 @@ void nd(const std::vector<uint8_t> &f)
     ProbeVerdict v = dad_verdict(f.data(), f.size(), kSelf, kTarget, kNonce, other);
     if (v == ProbeVerdict::Ignore)
         return;
-    require(f.size() >= 78 && f[20] == 58 && f[21] == 255, "IPv6 length, protocol, hops");
-    require(memcmp(&f[62], kTarget, 16) == 0, "ND target");
-    require(v == ProbeVerdict::Conflict ? f[54] == 136 : f[54] == 135, "ND type");
+    require(f.size() >= 78 && f[20] == 58 && f[21] == 255 && memcmp(&f[62], kTarget, 16) == 0 &&
+                f[54] == (v == ProbeVerdict::Conflict ? 136 : 135),
+            "IPv6 length, protocol, hops, ND type and target");
 }
 
 // Our solicitation with a nonce from the input: ours when it matches, another's when not.
@@ -65,8 +64,6 @@ void own(const std::vector<uint8_t> &f)
     bool same = memcmp(f.data(), kNonce, kDadNonceLen) == 0;
     ProbeVerdict v = dad_verdict(copy.data(), copy.size(), kSelf, kTarget, kNonce, other);
     require(v == (same ? ProbeVerdict::Ignore : ProbeVerdict::Simultaneous), "own probe");
-    copy.resize(f.size() % copy.size());
-    dad_verdict(copy.data(), copy.size(), kSelf, kTarget, kNonce, other);
 }
 
 } // namespace
