@@ -1116,17 +1116,19 @@ typedef struct {
 NET_LAYOUT_CHECK(sizeof(NetProbeOpts) == 28, probe_opts_size);
 
 /* The RFC timings, and the fast ones (a free IPv4 address takes 200..350 ms). */
+/* clang-format off */
 #define NET_PROBE_OPTS_RFC {-1, -1, -1, -1, -1, -1, -1}
 #define NET_PROBE_OPTS_FAST {50, -1, 50, 100, 100, -1, 100}
+/* clang-format on */
 
 typedef struct {
-    int32_t iOutcome;          /* NetProbeOutcome */
-    int32_t iErrno;            /* why, for NET_PROBE_NOT_SENT and NET_PROBE_NO_INTERFACE */
-    uint8_t aucMac[6];         /* the other host's MAC; zero when free or not made */
-    uint8_t aucReserved[2];    /* zero */
-    int32_t iProbesSent;       /* probes that went out */
-    int32_t iConflictUs;       /* from the call to the first objecting frame; -1 if none */
-    int32_t iElapsedUs;        /* the whole call */
+    int32_t iOutcome;       /* NetProbeOutcome */
+    int32_t iErrno;         /* why, for NET_PROBE_NOT_SENT and NET_PROBE_NO_INTERFACE */
+    uint8_t aucMac[6];      /* the other host's MAC; zero when free or not made */
+    uint8_t aucReserved[2]; /* zero */
+    int32_t iProbesSent;    /* probes that went out */
+    int32_t iConflictUs;    /* from the call to the first objecting frame; -1 if none */
+    int32_t iElapsedUs;     /* the whole call */
 } NetProbeResult;
 NET_LAYOUT_CHECK(sizeof(NetProbeResult) == 28, probe_result_size);
 NET_LAYOUT_CHECK(offsetof(NetProbeResult, aucMac) == 8, probe_result_mac);
