@@ -235,6 +235,8 @@ def build_table(fig, build_dir):
     det = "Detection (wall time)"
     t.ratio(fig, det, "NET_DetectIpv4Collision answered", "BM_ProbeCollision_Library",
             "BM_ProbeCollision_Arping", 1.0, "(arping -D -c 1)")
+    t.ratio(fig, det, "NET_ProbeIpv4 conflict found", "BM_RfcProbeConflict_Library",
+            "BM_ProbeCollision_Arping", 1.0, "(arping -D -c 1)")
     lib, ipu = fig.time_ns("BM_Ping_Library"), fig.time_ns("BM_Ping_Iputils")
     lr, ir = fig.counter("BM_Ping_Library", "rtt_us"), fig.counter("BM_Ping_Iputils", "rtt_us")
     if None not in (lib, ipu, lr, ir):

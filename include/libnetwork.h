@@ -1085,6 +1085,67 @@ NET_API int NET_RestoreCfgFile(void);
  *   their own. Each group below names its source files.
  * ====================================================================================== */
 
+/* ---- Conflict probes (RFC 5227, RFC 4862 with RFC 7527) -------------------------------
+ *   (src/detect/rfc_probe4.cpp, rfc_probe6.cpp, rfc_link.cpp, rfc_frames.cpp)
+ * Probes for an address the caller is about to use, listening from the first moment to the
+ * end: any frame of another host that claims the address, or probes for it at the same
+ * time, ends the probe at once. The interface needs no address of its own. */
+
+/* What a probe found. */
+typedef enum {
+    NET_PROBE_FREE = 0,         /* nobody objected for the whole probe */
+    NET_PROBE_CONFLICT = 1,     /* another host holds the address */
+    NET_PROBE_SIMULTANEOUS = 2, /* another host probes for it at the same time */
+    NET_PROBE_NOT_SENT = 3,     /* a probe could not go out (iErrno); never read as free */
+    NET_PROBE_NO_INTERFACE = 4  /* no interface of that name (iErrno ENODEV) */
+} NetProbeOutcome;
+
+/* Timings in milliseconds; a negative field takes the RFC value, a null pointer all of
+ * them. RFC 5227 for IPv4: wait 0..1000, 3 probes 1000..2000 apart, then 2000; announce 2
+ * times 2000 apart. RFC 4862 for IPv6: wait 0..1000, 1 solicitation (1000 apart), then
+ * 1000. Each time at most 60000, at most 16 probes or announcements. */
+typedef struct {
+    int32_t iProbeWaitMs;        /* first probe after a random 0..this */
+    int32_t iProbeNum;           /* probes (solicitations) sent, at least 1 */
+    int32_t iProbeMinMs;         /* next probe after a random min..max */
+    int32_t iProbeMaxMs;         /* at least iProbeMinMs */
+    int32_t iAnnounceWaitMs;     /* listening after the last probe */
+    int32_t iAnnounceNum;        /* NET_AnnounceIpv4: announcements, at least 1 */
+    int32_t iAnnounceIntervalMs; /* NET_AnnounceIpv4: between them */
+} NetProbeOpts;
+NET_LAYOUT_CHECK(sizeof(NetProbeOpts) == 28, probe_opts_size);
+
+/* The RFC timings, and the fast ones (a free IPv4 address takes 200..350 ms). */
+/* clang-format off */
+#define NET_PROBE_OPTS_RFC {-1, -1, -1, -1, -1, -1, -1}
+#define NET_PROBE_OPTS_FAST {50, -1, 50, 100, 100, -1, 100}
+/* clang-format on */
+
+typedef struct {
+    int32_t iOutcome;       /* NetProbeOutcome */
+    int32_t iErrno;         /* why, for NET_PROBE_NOT_SENT and NET_PROBE_NO_INTERFACE */
+    uint8_t aucMac[6];      /* the other host's MAC; zero when free or not made */
+    uint8_t aucReserved[2]; /* zero */
+    int32_t iProbesSent;    /* probes that went out */
+    int32_t iConflictUs;    /* from the call to the first objecting frame; -1 if none */
+    int32_t iElapsedUs;     /* the whole call */
+} NetProbeResult;
+NET_LAYOUT_CHECK(sizeof(NetProbeResult) == 28, probe_result_size);
+NET_LAYOUT_CHECK(offsetof(NetProbeResult, aucMac) == 8, probe_result_mac);
+NET_LAYOUT_CHECK(offsetof(NetProbeResult, iConflictUs) == 20, probe_result_conflict);
+
+/* RFC 5227 probes for pcAddr out of pcIfName: 0 with *pstRes free, conflict or simultaneous;
+ * -1 with *pstRes not sent (EINVAL: bad address or options) or no interface (logged). */
+NET_API int NET_ProbeIpv4(const char *pcIfName, const char *pcAddr, const NetProbeOpts *pstOpts,
+                          NetProbeResult *pstRes);
+/* RFC 4862 duplicate address detection for pcAddr, solicitations from :: with an RFC 7527
+ * nonce; answers as NET_ProbeIpv4 (a conflict is an advertisement for pcAddr). */
+NET_API int NET_ProbeIpv6(const char *pcIfName, const char *pcAddr, const NetProbeOpts *pstOpts,
+                          NetProbeResult *pstRes);
+/* RFC 5227 announcements of pcAddr (sender and target pcAddr) out of pcIfName: iAnnounceNum
+ * of them iAnnounceIntervalMs apart; 0 when all went out, else -1 (logged). */
+NET_API int NET_AnnounceIpv4(const char *pcIfName, const char *pcAddr, const NetProbeOpts *pstOpts);
+
 #ifdef __cplusplus
 }
 #endif

@@ -123,9 +123,20 @@ step netlibctl probe "$first" 192.168.1.99
 step netlibctl addr6 add "$first" 2001:db8:1::10 64
 step netlibctl probe6 "$first" 2001:db8:1::1
 
+title "RFC probes name the other host; a quiet neighbour that forgot this camera is still found"
+refused netlibctl probe --rfc --fast "$first" 192.168.1.1
+step netlibctl probe --rfc --fast "$first" 192.168.1.99
+printf '\n(the neighbour forgets the camera: ip -6 neigh flush dev nb1 nud all)\n'
+nb ip -6 neigh flush dev nb1 nud all
+step netlibctl probe6 "$first" 2001:db8:1::1
+refused netlibctl probe6 --dad --fast "$first" 2001:db8:1::1
+step netlibctl --json probe6 --dad --fast "$first" 2001:db8:1::99
+nb ip -6 neigh replace fe80::ff:fe00:101 lladdr 02:00:00:00:01:01 dev nb1 nud permanent
+
 title "Ping the neighbour, and announce the new address"
 step netlibctl ping "$first" 192.168.1.1
 step netlibctl announce "$first"
+step netlibctl announce --rfc --fast "$first" 192.168.1.20
 
 if command -v arping >/dev/null; then
     title "MAC monitor for 3 s, while the neighbour sends ARP with $first's MAC for a moment"
