@@ -90,6 +90,9 @@ struct Ctx {
     NetIpcConfig ipc;
     NetIfInfo ifs[4];
     NetDriverInterface drv;
+    NetProbeResult probe;
+    NetProbeOpts fastProbe = NET_PROBE_OPTS_FAST;
+    NetProbeOpts badProbe = {0, 3, 200, 100, 100, -1, -1}; // shortest gap above the longest
 };
 
 struct Row {
@@ -364,6 +367,17 @@ const std::vector<Row> &rows()
         {Bare, CALL(NET_SendGratuitousPack, "nosuch0")},
         {Live, CALL(NET_SendGratuitousPack, "tap0")},
         {Live, CALL(NET_SendGratuitousPack, "lan1")},
+        {Bare, CALL(NET_ProbeIpv4, "nosuch0", "10.0.0.1", &c.fastProbe, &c.probe)},
+        {Bare, CALL(NET_ProbeIpv4, "lo", "127.0.0.2", &c.fastProbe, &c.probe)},
+        {Live, CALL(NET_ProbeIpv4, "lan1", "192.168.1.77", &c.badProbe, &c.probe)},
+        {Live, CALL(NET_ProbeIpv4, "tap0", "10.0.0.1", &c.fastProbe, &c.probe)},
+        {Live, CALL(NET_ProbeIpv4, "lan1", "192.168.1.77", &c.fastProbe, &c.probe)},
+        {Bare, CALL(NET_ProbeIpv6, "nosuch0", "2001:db8::1", &c.fastProbe, &c.probe)},
+        {Live, CALL(NET_ProbeIpv6, "tap0", "2001:db8::1", &c.fastProbe, &c.probe)},
+        {Live, CALL(NET_ProbeIpv6, "lan1", "2001:db8::77", &c.fastProbe, &c.probe)},
+        {Bare, CALL(NET_AnnounceIpv4, "nosuch0", "10.0.0.1", &c.fastProbe)},
+        {Live, CALL(NET_AnnounceIpv4, "tap0", "10.0.0.1", &c.fastProbe)},
+        {Live, CALL(NET_AnnounceIpv4, "lan1", "192.168.1.77", &c.fastProbe)},
         {Bare, CALL(NET_Ping, "nosuch0", "10.0.0.1", &c.real)},
         {Live, CALL(NET_Ping, "lan1", "255.255.255.255", &c.real)},
         {Store, CALL(NET_SetEtherCfg, "eth0", &c.ether)},
