@@ -1124,17 +1124,17 @@ typedef enum {
 
 /* One event; fields a kind does not use are zero. */
 typedef struct {
-    int32_t iKind;       /* NetEventKind */
-    int32_t iIfIndex;    /* 0 for an overrun */
-    char szIfName[16];   /* "" when the interface is already gone */
-    int32_t iFamily;     /* AF_INET, AF_INET6 (addresses, routes), else 0 */
-    int32_t iPrefixLen;  /* of the address or the route's destination */
-    uint32_t uiFlags;    /* NET_EVENT_F_* */
-    int32_t iMtu;        /* link events */
-    char szAddr[46];     /* address; route destination; old name on a rename */
-    char szGateway[46];  /* route gateway, "" when none */
-    char acReserved[4];  /* zero */
-    uint64_t ullTimeNs;  /* CLOCK_MONOTONIC when the library received it */
+    int32_t iKind;      /* NetEventKind */
+    int32_t iIfIndex;   /* 0 for an overrun */
+    char szIfName[16];  /* "" when the interface is already gone */
+    int32_t iFamily;    /* AF_INET, AF_INET6 (addresses, routes), else 0 */
+    int32_t iPrefixLen; /* of the address or the route's destination */
+    uint32_t uiFlags;   /* NET_EVENT_F_* */
+    int32_t iMtu;       /* link events */
+    char szAddr[46];    /* address; route destination; old name on a rename */
+    char szGateway[46]; /* route gateway, "" when none */
+    char acReserved[4]; /* zero */
+    uint64_t ullTimeNs; /* CLOCK_MONOTONIC when the library received it */
 } NetEvent;
 
 NET_LAYOUT_CHECK(offsetof(NetEvent, szIfName) == 8, event_ifname);
