@@ -167,8 +167,10 @@ bool learn_links(Watch &w)
 void overrun(int fd, Watch &w)
 {
     alignas(nlmsghdr) uint8_t buf[kBufLen];
-    while (receive(fd, buf, MSG_DONTWAIT) >= 0 || errno == EINTR || errno == ENOBUFS) {
-    }
+    // Bounded, so a flood of changes cannot keep the caller here.
+    for (int i = 0; i < 100000; ++i)
+        if (receive(fd, buf, MSG_DONTWAIT) < 0 && errno != EINTR && errno != ENOBUFS)
+            break;
     watch_forget(w);
     if (w.mask & NET_EVENT_LINK)
         learn_links(w);
