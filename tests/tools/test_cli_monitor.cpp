@@ -63,6 +63,11 @@ TEST(CliMonitor, EventLinesUntilASignal)
             EXPECT_EQ(c.json, line.front() == '{' && line.back() == '}') << line;
             EXPECT_EQ(c.json, line.find("\"time\":\"20") == 1) << line;
         }
+        if (c.json && sandbox::sh("command -v python3 >/dev/null") == 0) {
+            EXPECT_EQ(0, sandbox::sh("python3 -c 'import json, sys\nfor l in sys.stdin: "
+                                     "json.loads(l)' </tmp/monitor.out"))
+                << out;
+        }
     }
     std::string help = sandbox::sh_out(kTool + " monitor --help");
     for (const char *kind : {"link-up", "carrier-off", "mtu", "rename", "addr-add", "dadfailed",
