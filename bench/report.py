@@ -246,6 +246,21 @@ def build_table(fig, build_dir):
     else:
         t.add(det, "NET_Ping over its round trip", None, "<= 1", 1.0, "n/a")
 
+    ev = "Kernel events (wall time)"
+    lat = "BM_EventLatency"
+    for q in ("p50", "p99"):
+        ours, ip = fig.counter(lat, f"{q}_us"), fig.counter(lat, f"ip_{q}_us")
+        ratio = ours / ip if ours is not None and ip else None
+        detail = "n/a" if ratio is None else \
+            f"{fmt_time(ours * 1e3)} vs {fmt_time(ip * 1e3)} (ip monitor link, a process)"
+        t.add(ev, f"change to NET_EventRead, {q}", ratio, "<= 1", 1.0, detail)
+    p99 = fig.counter(lat, "p99_us")
+    t.add(ev, "change to NET_EventRead, p99 (ms)", None if p99 is None else p99 / 1e3, "<= 1 ms",
+          1.0, "SIOCSIFMTU on lan1 to the event read", fmt="{:.3f}")
+    wake = fig.counter("BM_EventIdleWakeups", "wakeups")
+    t.add(ev, "idle descriptor wake-ups in 10 s", wake, "0", 0, "poll on NET_EVENT_ALL, no changes",
+          fmt="{:.0f}")
+
     counts, sections = [1, 10, 100, 1000], [10, 100, 1000]
     scale_row(t, fig, "NET_GetInterfaces, 1-1000 interfaces", "NET_GetInterfaces",
               "NET_GetInterfaces", counts, "interface")

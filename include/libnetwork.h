@@ -1146,6 +1146,74 @@ NET_API int NET_ProbeIpv6(const char *pcIfName, const char *pcAddr, const NetPro
  * of them iAnnounceIntervalMs apart; 0 when all went out, else -1 (logged). */
 NET_API int NET_AnnounceIpv4(const char *pcIfName, const char *pcAddr, const NetProbeOpts *pstOpts);
 
+/* ======================================================================================
+ * Kernel events
+ *   (src/events/events.cpp; the message reader: src/events/watch.cpp, netlink_walk.cpp)
+ * ====================================================================================== */
+
+/* What NET_EventOpen follows (its mask). */
+#define NET_EVENT_LINK 0x01u       /* interfaces: up/down, carrier, MTU, name, new, removed */
+#define NET_EVENT_IPV4_ADDR 0x02u  /* IPv4 addresses */
+#define NET_EVENT_IPV6_ADDR 0x04u  /* IPv6 addresses, duplicate-address detection included */
+#define NET_EVENT_IPV4_ROUTE 0x08u /* IPv4 unicast routes of the main table */
+#define NET_EVENT_IPV6_ROUTE 0x10u /* IPv6 unicast routes of the main table */
+#define NET_EVENT_ALL 0x1Fu
+
+/* What happened (NetEvent.iKind). */
+typedef enum {
+    NET_EVENT_OVERRUN = 1,     /* the kernel dropped events: read the state afresh */
+    NET_EVENT_LINK_UP = 2,     /* set up (administratively) */
+    NET_EVENT_LINK_DOWN = 3,   /* set down */
+    NET_EVENT_CARRIER_ON = 4,  /* the other end of the cable is there */
+    NET_EVENT_CARRIER_OFF = 5, /* it is gone: unplugged, or the other side went down */
+    NET_EVENT_MTU = 6,         /* iMtu is the new MTU */
+    NET_EVENT_RENAME = 7,      /* szIfName is the new name, szAddr the old one */
+    NET_EVENT_LINK_NEW = 8,    /* an interface appeared */
+    NET_EVENT_LINK_DEL = 9,    /* an interface was removed */
+    NET_EVENT_ADDR_ADD = 10,   /* an address was added, or its flags changed */
+    NET_EVENT_ADDR_DEL = 11,   /* an address was removed */
+    NET_EVENT_ROUTE_ADD = 12,  /* szAddr/iPrefixLen via szGateway ("" when on-link) */
+    NET_EVENT_ROUTE_DEL = 13
+} NetEventKind;
+
+/* NetEvent.uiFlags: an address's state, or an interface's state after the event. */
+#define NET_EVENT_F_TENTATIVE 0x01u  /* duplicate-address detection still running */
+#define NET_EVENT_F_DADFAILED 0x02u  /* another host holds the address: unusable */
+#define NET_EVENT_F_DEPRECATED 0x04u /* preferred lifetime over */
+#define NET_EVENT_F_UP 0x10u         /* interface set up */
+#define NET_EVENT_F_CARRIER 0x20u    /* interface has carrier */
+
+/* One event; fields a kind does not use are zero. */
+typedef struct {
+    int32_t iKind;      /* NetEventKind */
+    int32_t iIfIndex;   /* 0 for an overrun */
+    char szIfName[16];  /* "" when the interface is already gone */
+    int32_t iFamily;    /* AF_INET, AF_INET6 (addresses, routes), else 0 */
+    int32_t iPrefixLen; /* of the address or the route's destination */
+    uint32_t uiFlags;   /* NET_EVENT_F_* */
+    int32_t iMtu;       /* link events */
+    char szAddr[46];    /* address; route destination; old name on a rename */
+    char szGateway[46]; /* route gateway, "" when none */
+    char acReserved[4]; /* zero */
+    uint64_t ullTimeNs; /* CLOCK_MONOTONIC when the library received it */
+} NetEvent;
+
+NET_LAYOUT_CHECK(offsetof(NetEvent, szIfName) == 8, event_ifname);
+NET_LAYOUT_CHECK(offsetof(NetEvent, iMtu) == 36, event_mtu);
+NET_LAYOUT_CHECK(offsetof(NetEvent, szAddr) == 40, event_addr);
+NET_LAYOUT_CHECK(offsetof(NetEvent, szGateway) == 86, event_gateway);
+NET_LAYOUT_CHECK(offsetof(NetEvent, ullTimeNs) == 136, event_time);
+NET_LAYOUT_CHECK(sizeof(NetEvent) == 144, event_size);
+
+/* A non-blocking, close-on-exec descriptor that receives the kernel's events of the kinds in
+ * uiMask about the interfaces named in the NULL-terminated list ifnames (NULL: all; at most 8
+ * names), for the caller's poll loop; -1 with the reason logged. */
+NET_API int NET_EventOpen(const char *const *ifnames, unsigned int uiMask);
+/* 1 when *pstEvent holds the next event, 0 when none is pending, -1 on error. */
+NET_API int NET_EventRead(int iFd, NetEvent *pstEvent);
+/* Closes the descriptor and frees what the library kept for it. 0, or -1 when it is not one. */
+NET_API int NET_EventClose(int iFd);
+
 #ifdef __cplusplus
 }
 #endif

@@ -152,6 +152,33 @@ if command -v arping >/dev/null; then
     wait "$monitor"
 fi
 
+title "Kernel events: the neighbour's side of the cable down and up, an address, and DAD failing"
+printf '\n$ netlibctl monitor %s    (in the background while the changes below happen)\n' "$first"
+netlibctl monitor "$first" >/tmp/monitor.out &
+monitor=$!
+sleep 1 # the monitor joins the kernel's groups as it starts
+echo "(neighbour: ip link set nb1 down, then up)"
+nb ip link set nb1 down
+sleep 0.3
+nb ip link set nb1 up
+# Down took the neighbour's IPv6 address with it; it holds it again for the DAD step below.
+nb ip addr replace 2001:db8:1::1/64 dev nb1 nodad
+echo "(camera: an address is added)"
+netlibctl addr6 add "$first" 2001:db8:1::20 64 >/dev/null
+echo "(camera: duplicate-address detection on, and the neighbour's own 2001:db8:1::1 added)"
+sysctl -qw "net.ipv6.conf.$first.accept_dad=1"
+netlibctl addr6 add "$first" 2001:db8:1::1 64 >/dev/null
+for _ in $(seq 50); do
+    grep -q dadfailed /tmp/monitor.out && break
+    sleep 0.1
+done
+kill -INT "$monitor"
+wait "$monitor"
+cat /tmp/monitor.out
+grep -q dadfailed /tmp/monitor.out
+netlibctl addr6 del "$first" 2001:db8:1::1 64 >/dev/null
+sysctl -qw "net.ipv6.conf.$first.accept_dad=0"
+
 title "The resolver file, one block per port"
 step netlibctl resolv set "$first" 192.168.1.1 9.9.9.9
 step netlibctl resolv show "$first"

@@ -41,6 +41,7 @@ CommandList detect_commands();
 CommandList check_commands();
 CommandList mig_commands();
 CommandList drv_commands();
+CommandList monitor_commands();
 
 // Exit statuses: 0 success, 1 the library call failed, 2 bad usage.
 constexpr int kExitFail = 1;

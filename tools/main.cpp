@@ -30,6 +30,7 @@ const Group kGroups[] = {
     {"Validators", check_commands},
     {"Configuration layouts", mig_commands},
     {"Driver interface table", drv_commands},
+    {"Kernel events", monitor_commands},
 };
 
 std::vector<const Command *> all_commands()
