@@ -165,6 +165,15 @@ void commit_a_change(Ctx &)
     l.p = nullptr;
 }
 
+// An event descriptor opened, read once and closed: nothing of it may stay.
+void events_round(Ctx &)
+{
+    int fd = NET_EventOpen(nullptr, NET_EVENT_ALL);
+    NetEvent e;
+    (void)NET_EventRead(fd, &e);
+    (void)NET_EventClose(fd);
+}
+
 // A registered agent thread, cancelled by the next link loss.
 void cancel_agent_on_link_loss(Ctx &)
 {
@@ -378,6 +387,9 @@ const std::vector<Row> &rows()
         {Bare, CALL(NET_AnnounceIpv4, "nosuch0", "10.0.0.1", &c.fastProbe)},
         {Live, CALL(NET_AnnounceIpv4, "tap0", "10.0.0.1", &c.fastProbe)},
         {Live, CALL(NET_AnnounceIpv4, "lan1", "192.168.1.77", &c.fastProbe)},
+        {Live, "NET_EventOpen", events_round},
+        {Bare, CALL(NET_EventRead, -1, nullptr)},
+        {Bare, CALL(NET_EventClose, 12345)},
         {Bare, CALL(NET_Ping, "nosuch0", "10.0.0.1", &c.real)},
         {Live, CALL(NET_Ping, "lan1", "255.255.255.255", &c.real)},
         {Store, CALL(NET_SetEtherCfg, "eth0", &c.ether)},
