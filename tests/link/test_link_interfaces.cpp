@@ -177,7 +177,7 @@ TEST_F(LinkNet, LongNamesAreCutTo15Characters)
     char buf[32] = "";
     unsigned char mac[6] = {0};
     EXPECT_EQ(0, NET_GetMacAddr(name, buf, sizeof buf) + NET_GetMacAddrNum(name, mac, sizeof mac));
-    EXPECT_EQ("02:AA:BB:CC:DD:EE ee", std::string(buf) + (mac[5] == 0xee ? " ee" : " ?"));
+    EXPECT_EQ("02:AA:BB:CC:DD:EE 238", std::string(buf) + " " + std::to_string(mac[5]));
 }
 
 // Refusals come before a socket is opened: with none left, socket() prints "Socket: ...".
@@ -243,11 +243,13 @@ TEST(Frame, IsPortUsed)
 TEST(Frame, RestartReportsTheScriptStatus)
 {
     REQUIRE_SANDBOX();
-    for (const char *body : {"echo \"$@\" > /tmp/restart-args", "exit 3", "kill -9 $$"}) {
-        sandbox::write_script("/etc/init.d/network", body);
-        EXPECT_EQ(body[0] == 'e' && body[1] == 'c' ? 0 : -1, NET_Restart()) << body;
-    }
+    sandbox::write_script("/etc/init.d/network", "echo \"$@\" > /tmp/restart-args");
+    EXPECT_EQ(0, NET_Restart());
     EXPECT_EQ("restart\n", sandbox::read_file("/tmp/restart-args"));
+    for (const char *body : {"exit 3", "kill -9 $$"}) { // a failure and a signal
+        sandbox::write_script("/etc/init.d/network", body);
+        EXPECT_EQ(-1, NET_Restart()) << body;
+    }
     must("rm /etc/init.d/network");
     EXPECT_EQ(-1, NET_Restart()) << "missing script";
 }
