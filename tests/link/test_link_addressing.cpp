@@ -3,6 +3,7 @@
 // (kernel and "network" file); IPv6 addresses, prefixes and gateways read back from the
 // kernel's own tables; the older calls beside the ones they mirror.
 #include <set>
+#include <utility>
 
 #include "link_support.h"
 #include "../config/config_support.h"
@@ -70,7 +71,8 @@ TEST_F(LinkNet, AddressAndMaskAndTheOlderCalls)
     // older call refuses it.
     char small[8] = "unset";
     EXPECT_EQ(0, NET_GetIpv4Addr("lan1", small, sizeof small));
-    EXPECT_EQ(-2, get_ipaddr("lan1", small, 4) + get_ipaddr(nullptr, small, 8));
+    EXPECT_EQ(std::make_pair(-1, -1),
+              std::make_pair(get_ipaddr("lan1", small, 4), get_ipaddr(nullptr, small, 8)));
     // inet_pton answers 0 for "abc": 0.0.0.0 goes to the kernel, which takes the address away.
     EXPECT_EQ(0, NET_SetIpv4Addr("lan1", "abc"));
     EXPECT_EQ("", ipv4_of("lan1"));
@@ -107,7 +109,8 @@ TEST_F(LinkNet, DefaultGatewaysAndTheOlderCalls)
     char gw[16] = {0}, dev[16];
     ASSERT_EQ(0, NET_GetIpv4Gateway("lan1", gw, sizeof gw));
     EXPECT_STREQ("", gw) << "no default route: success, buffer untouched";
-    EXPECT_EQ(-2, get_gateway("lan1", gw, sizeof gw) + get_gateway_devname(dev, sizeof dev))
+    EXPECT_EQ(std::make_pair(-1, -1), std::make_pair(get_gateway("lan1", gw, sizeof gw),
+                                                     get_gateway_devname(dev, sizeof dev)))
         << "the older calls say none";
     EXPECT_EQ(0, NET_SetIpv4Gateway("lan1", "0.0.0.0")) << "nothing to set";
     EXPECT_EQ("", routes());
@@ -127,7 +130,8 @@ TEST_F(LinkNet, DefaultGatewaysAndTheOlderCalls)
     ASSERT_EQ(0, get_gateway("lan1", gw, sizeof gw) + get_gateway_devname(dev, sizeof dev));
     EXPECT_EQ("192.168.1.2 lan1", std::string(gw) + " " + dev);
     ASSERT_EQ(0, del_gateway("lan1", "192.168.1.2"));
-    EXPECT_EQ(-2, del_gateway("lan1", "192.168.1.2") + set_gateway("lan1", "gateway"));
+    EXPECT_EQ(std::make_pair(-1, -1),
+              std::make_pair(del_gateway("lan1", "192.168.1.2"), set_gateway("lan1", "gateway")));
 
     // 0.0.0.0/32 via a gateway has destination 0 but is a host route: not a default one.
     must("ip route add 0.0.0.0/32 via 192.168.1.1 dev lan1");
@@ -519,14 +523,16 @@ TEST_F(LinkNet, OlderFirstTwoAddressesInTableOrder)
     EXPECT_EQ(0, get_ipv6addr_num("lan2", a1, &p1, a2, &p2)) << "one address is enough";
     EXPECT_EQ("2001:db8:2::1 -7", text_of(a1) + " " + std::to_string(p2)) << "second untouched";
     must("ip -6 addr flush dev lan2");
-    EXPECT_EQ(-2, get_ipv6addr_num("lan2", a1, &p1, a2, &p2) +
-                      get_ipv6addr_num("nosuchdev", a1, &p1, a2, &p2));
+    EXPECT_EQ(std::make_pair(-1, -1),
+              std::make_pair(get_ipv6addr_num("lan2", a1, &p1, a2, &p2),
+                             get_ipv6addr_num("nosuchdev", a1, &p1, a2, &p2)));
 
     // The first address that is neither link-local nor loopback.
     char text[64], small[6];
     must("ip addr add fe80::99/64 dev lan2 nodad");
-    EXPECT_EQ(-2, get_one_right_ipv6_addr("lan2", text, sizeof text, &p1) +
-                      get_one_right_ipv6_addr("lo", text, sizeof text, &p1));
+    EXPECT_EQ(std::make_pair(-1, -1),
+              std::make_pair(get_one_right_ipv6_addr("lan2", text, sizeof text, &p1),
+                             get_one_right_ipv6_addr("lo", text, sizeof text, &p1)));
     sandbox::addr_add("lan2", "2001:db8::44/56");
     EXPECT_EQ(0, get_one_right_ipv6_addr("lan2", text, sizeof text, &p1));
     EXPECT_EQ("2001:db8::44/56", std::string(text) + "/" + std::to_string(p1));
