@@ -42,6 +42,19 @@ std::string export_pkg(uci_context *ctx, uci_package *p)
     return out;
 }
 
+// Section types are written unquoted, as on the device: a change line may legally give one a
+// quote, backslash, '#' or ';', and such a type does not read back from the file.
+bool types_read_back(uci_package *p)
+{
+    uci_element *e;
+    uci_foreach_element(&p->sections, e)
+    {
+        if (strpbrk(uci_to_section(e)->type, "'\"\\#;"))
+            return false;
+    }
+    return true;
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
@@ -62,8 +75,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     uci_set_confdir(ctx, (dir + "/conf").c_str());
     uci_set_savedir(ctx, (dir + "/save").c_str());
     uci_package *p = nullptr;
-    if (uci_load(ctx, "fuzz", &p) == UCI_OK) {
-        std::string out = export_pkg(ctx, p);
+    bool loaded = uci_load(ctx, "fuzz", &p) == UCI_OK;
+    std::string out = loaded ? export_pkg(ctx, p) : "";
+    if (loaded && types_read_back(p)) {
         FILE *f = fmemopen((void *)out.data(), out.size(), "r");
         uci_context *again = uci_alloc_context();
         uci_package *q = nullptr;

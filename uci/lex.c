@@ -192,26 +192,18 @@ static int unquoted(struct uci_lexer *lx)
     return take(lx, n);
 }
 
-static bool skip_separators(struct uci_lexer *lx)
-{
-    while (lx->pos < lx->len) {
-        char c = lx->buf[lx->pos];
-        if (c == '\\' && lx->pos + 1 < lx->len && lx->buf[lx->pos + 1] == '\n') {
-            lx->pos += 2;
-            newline(lx);
-        } else if (is_blank(c)) {
-            lx->pos++;
-        } else {
-            return c != '\n';
-        }
-    }
-    return false;
-}
-
 void uci_lex_skip_blank(struct uci_lexer *lx)
 {
     while (lx->pos < lx->len && is_blank(lx->buf[lx->pos]))
         lx->pos++;
+}
+
+/* A backslash-newline between arguments starts one, as on the device: an indented line
+ * after it ends that argument empty, so the indented text is one argument too many. */
+static bool skip_separators(struct uci_lexer *lx)
+{
+    uci_lex_skip_blank(lx);
+    return lx->pos < lx->len && lx->buf[lx->pos] != '\n';
 }
 
 int uci_lex_arg(struct uci_lexer *lx)

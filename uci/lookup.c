@@ -147,8 +147,11 @@ int uci_do_lookup(struct uci_context *ctx, struct uci_ptr *ptr, bool extended)
             if (!extended)
                 return UCI_ERR_INVAL;
             rc = lookup_extended(ptr->p, ptr);
-            if (rc)
+            if (rc) {
+                /* the device leaves nothing of a malformed "@type[idx]" in the pointer */
+                memset(ptr, 0, sizeof(*ptr));
                 return rc;
+            }
         } else {
             e = uci_find(&ptr->p->sections, ptr->section);
             ptr->s = e ? uci_to_section(e) : NULL;

@@ -182,7 +182,7 @@ TEST(UciParse, MalformedInputIsAParseError)
         {"config a x\nconfig b x\n",
          "section of different type overwrites prior section with same name", 2},
         {std::string("config t\n\toption a b") + '\0' + "c\n", "invalid character", 2},
-        {"config t\n\toption a '" + std::string(70000, 'x') + "'\n", "line too long", 2},
+        {"config t n\n\toption b \\\n   baz\n", "too many arguments", 3}, // indented continuation
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.reason);
@@ -249,6 +249,8 @@ TEST(UciLoad, ErrorCodes)
     Uci u;
     u.put("net", "config t n\n");
     u.put("bad", "config t n x\n");
+    u.put("line64k", "config t\n\toption a '" + std::string(65524, 'x') + "'\n");
+    u.put("longer", "config t\n\toption a '" + std::string(65525, 'x') + "'\n");
     std::string big = "config t n\n";
     while (big.size() <= 4 * 1024 * 1024)
         big += "\toption a '" + std::string(1000, 'y') + "'\n";
@@ -256,13 +258,8 @@ TEST(UciLoad, ErrorCodes)
     mkdir((u.conf + "/adir").c_str(), 0755);
     uci_package *p = nullptr;
     const std::pair<const char *, int> cases[] = {
-        {"missing", UCI_ERR_NOTFOUND},
-        {".hidden", UCI_ERR_NOTFOUND},
-        {"adir", UCI_ERR_NOTFOUND},
-        {"a name", UCI_ERR_INVAL},
-        {"bad", UCI_ERR_PARSE},
-        {"big", UCI_ERR_PARSE},
-        {"net", UCI_OK},
+        {"missing", UCI_ERR_NOTFOUND}, {".hidden", UCI_ERR_NOTFOUND}, {"adir", UCI_ERR_NOTFOUND},
+        {"a name", UCI_ERR_INVAL},     {"bad", UCI_ERR_PARSE},        {"net", UCI_OK},
         {"net", UCI_ERR_DUPLICATE},
     };
     for (const auto &c : cases) {
@@ -276,6 +273,14 @@ TEST(UciLoad, ErrorCodes)
     EXPECT_EQ(UCI_OK, uci_load(u.ctx, (u.conf + "/net").c_str(), &p));
     EXPECT_STREQ("net", p->e.name);
     EXPECT_FALSE(p->has_delta);
+    // our libuci's own choice: lines over 64 KiB and files over 4 MiB are a parse error
+#ifdef NETLIB_UCI_SYSTEM
+    GTEST_SKIP() << "the device's libuci reads lines and files of any length";
+#endif
+    const std::pair<const char *, int> limits[] = {
+        {"line64k", UCI_OK}, {"longer", UCI_ERR_PARSE}, {"big", UCI_ERR_PARSE}};
+    for (const auto &c : limits)
+        EXPECT_EQ(c.second, uci_load(u.ctx, c.first, &p)) << c.first;
 }
 
 TEST(UciLookup, TupleStrings)
@@ -300,7 +305,8 @@ TEST(UciLookup, TupleStrings)
         {"net.@[2].x", true, 0, true, UCI_TYPE_OPTION, "cfg03c8b4", nullptr},
         {"net.@route[1]", true, 0, false, UCI_TYPE_SECTION, nullptr, nullptr},
         {"net.@interface[0]", false, UCI_ERR_INVAL, false, UCI_TYPE_SECTION, nullptr, nullptr},
-        {"net.@interface", true, UCI_ERR_INVAL, false, UCI_TYPE_SECTION, nullptr, nullptr},
+        {"net.@interface", true, UCI_ERR_INVAL, false, UCI_TYPE_UNSPEC, nullptr, nullptr},
+        {"net.la-n", true, UCI_ERR_INVAL, false, UCI_TYPE_UNSPEC, nullptr, nullptr},
         {"net.a.b.c", true, UCI_ERR_PARSE, false, UCI_TYPE_UNSPEC, nullptr, nullptr},
         {"net.lan.proto=a\x01", true, UCI_ERR_PARSE, false, UCI_TYPE_UNSPEC, nullptr, nullptr},
         {"nope.x", true, UCI_ERR_NOTFOUND, false, UCI_TYPE_SECTION, nullptr, nullptr},
@@ -315,6 +321,9 @@ TEST(UciLookup, TupleStrings)
         EXPECT_EQ(c.target, ptr.target);
         EXPECT_STREQ(c.section, ptr.s ? ptr.s->e.name : nullptr);
         EXPECT_STREQ(c.value, c.value ? ptr.value : nullptr);
+        // a tuple that cannot be parsed or resolved leaves nothing of itself in the pointer
+        EXPECT_EQ(c.target == UCI_TYPE_UNSPEC,
+                  !ptr.flags && !ptr.package && !ptr.section && !ptr.p);
     }
     uci_package *p = uci_lookup_package(u.ctx, "net");
     uci_element *e = nullptr;
@@ -343,8 +352,8 @@ TEST(UciEdit, SetThroughCommit)
         {{"net.wan=interface", "net.wan.proto=pppoe", "net.@interface[1]=iface2"}, 0,
          "config interface\n\toption x 'y'\n\n", // a type change names the anonymous section
          "config iface2 'cfg026d96'\n\toption x 'y'\n\nconfig interface 'wan'\n\toption proto 'pppoe'\n\n"},
-        {{"net.wan.proto=x", "net.lan=bad type", "net.@x[3]=t", "net.@x[3].o=v"}, UCI_ERR_INVAL,
-         nullptr, nullptr},
+        {{"net.wan.proto=x", "net.lan=bad type", "net.@x[3]=t", "net.@x[3].o=v", "net.la-n=t"},
+         UCI_ERR_INVAL, nullptr, nullptr},
         {{"net.lan.q=it's \"x\" \\ #;\nnext"}, 0, "\tlist dns 'a'\n", // written raw
          "\tlist dns 'a'\n\toption q 'it'\\''s \"x\" \\ #;\nnext'\n"},
         {{"net.lan.proto=dhcp", "net.lan.proto=static"}, 0, "", ""}, // back and forth: rewritten
@@ -475,7 +484,10 @@ TEST(UciDelta, ForeignAndTornLinesAreReplayedOrSkipped)
     uci_element *e;
     uci_foreach_element(&p->saved_delta, e) saved++;
     EXPECT_EQ(4, saved);
-    // the torn line's open quote must not swallow the change saved after it
+    // our libuci's own choice: the torn line's open quote does not swallow the next change
+#ifdef NETLIB_UCI_SYSTEM
+    GTEST_SKIP() << "the device's libuci loses the change saved after a torn line";
+#endif
     EXPECT_EQ(0, u.set("net.lan.b=2"));
     EXPECT_EQ(0, uci_commit(u.ctx, &p, false));
     EXPECT_EQ(exported(u.ctx, p), u.file("net"));
