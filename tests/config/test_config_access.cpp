@@ -263,99 +263,49 @@ TEST(ConfigLogLines, RefusalsLeaveTheFileAndLogTheirLines)
     const std::string noPackage = plain("NET_CreatePackage", "Load uci failed \\n");
     const std::string commitFailed = plain("NET_UciCommit", "commit failed\\n");
     enum Kind { Stored, NoFile, ReadOnly };
+    const auto noSection = [](const char *fn, const std::string &msg) {
+        return Lines{plain("NET_GetSection", "lan2.\\n"), plain(fn, msg)};
+    };
+    const auto delList = [](const std::string &msg) {
+        return Lines{plain("NET_DelUciList", "Delete uci list failed, list: dns.\\n"),
+                     plain("NET_DelDnsCfg", msg)};
+    };
+    // clang-format off
     struct {
         Kind kind;
         std::function<int()> call;
         int result;
         Lines lines;
     } cases[] = {
-        {Stored,
-         [] { return NET_CreatePackage(nullptr) == nullptr ? -1 : 0; },
-         -1,
-         {plain("NET_CreatePackage", "Input param error. \\n")}},
-        {Stored,
-         [] { return NET_SetOption(nullptr, kMtu, nullptr); },
-         -1,
-         {param("NET_SetOption", "pstSection: " + ptr(nullptr) + ", pcOptName: " + ptr(kMtu) +
-                                     ", pcOptVal: " + ptr(nullptr) + ".\\n")}},
-        {NoFile,
-         [] {
-             NetPortCfg c = {};
-             return NET_GetPortCfg(&c);
-         },
-         -1,
-         {noPackage, noPackage, plain("NET_GetPortCfg", "file: network.\\n")}},
-        {Stored,
-         [] { return NET_SetGatewayCfg("lan2", "10.0.0.1"); },
-         -1,
-         {plain("NET_GetSection", "lan2.\\n"), plain("NET_SetGatewayCfg", "section: lan2.\\n")}},
-        {Stored,
-         [] { return NET_SetIpv6AddrCfg("lan2", "2001:db8::1", 64); },
-         -1,
-         {plain("NET_GetSection", "lan2.\\n"), plain("NET_SetIpv6AddrCfg", "lan2.\\n")}},
-        {Stored,
-         [] { return NET_DelDnsCfg("eth0", "7.7.7.7", nullptr); },
-         -1,
-         {plain("NET_DelUciList", "Delete uci list failed, list: dns.\\n"),
-          plain("NET_DelDnsCfg", "Delete master dns failed \\n")}},
+        {Stored, [] { return NET_CreatePackage(nullptr) == nullptr ? -1 : 0; }, -1, {plain("NET_CreatePackage", "Input param error. \\n")}},
+        {Stored, [] { return NET_SetOption(nullptr, kMtu, nullptr); }, -1,
+         {param("NET_SetOption", "pstSection: " + ptr(nullptr) + ", pcOptName: " + ptr(kMtu) + ", pcOptVal: " + ptr(nullptr) + ".\\n")}},
+        {NoFile, [] { NetPortCfg c = {}; return NET_GetPortCfg(&c); }, -1, {noPackage, noPackage, plain("NET_GetPortCfg", "file: network.\\n")}},
+        {Stored, [] { return NET_SetGatewayCfg("lan2", "10.0.0.1"); }, -1, noSection("NET_SetGatewayCfg", "section: lan2.\\n")},
+        {Stored, [] { return NET_SetIpv6AddrCfg("lan2", "2001:db8::1", 64); }, -1, noSection("NET_SetIpv6AddrCfg", "lan2.\\n")},
+        {Stored, [] { return NET_DelDnsCfg("eth0", "7.7.7.7", nullptr); }, -1, delList("Delete master dns failed \\n")},
         // The master stays when the slave is not stored.
-        {Stored,
-         [] { return NET_DelDnsCfg("eth0", "192.168.1.1", "7.7.7.7"); },
-         -1,
-         {plain("NET_DelUciList", "Delete uci list failed, list: dns.\\n"),
-          plain("NET_DelDnsCfg", "Delete slave dns failed \\n")}},
-        {Stored,
-         [] { return NET_SetMtuCfg(kEth0, 1501); },
-         -1,
-         {param("NET_SetMtuCfg", "pcIfName: " + ptr(kEth0) + ", iMtuVal: 1501.\\n")}},
-        {Stored,
-         [] { return NET_SetMtuCfg("eth0", 1500); },
-         0,
-         {plain("NET_SetMtuCfg", "There is no mtu opt \\n")}},
-        {Stored,
-         [] { return NET_DelGatewayCfg("eth0"); },
-         -1,
-         {plain("NET_DelGatewayCfg", "Delete ipv4 gateway failed \\n")}},
-        {Stored,
-         [] { return NET_IsDhcpv6Mode("eth0"); },
-         0,
-         {plain("NET_IsDhcpv6Mode", "option: ipv6dhcp.\\n")}},
-        {Stored,
-         [] {
+        {Stored, [] { return NET_DelDnsCfg("eth0", "192.168.1.1", "7.7.7.7"); }, -1, delList("Delete slave dns failed \\n")},
+        {Stored, [] { return NET_SetMtuCfg(kEth0, 1501); }, -1, {param("NET_SetMtuCfg", "pcIfName: " + ptr(kEth0) + ", iMtuVal: 1501.\\n")}},
+        {Stored, [] { return NET_SetMtuCfg("eth0", 1500); }, 0, {plain("NET_SetMtuCfg", "There is no mtu opt \\n")}},
+        {Stored, [] { return NET_DelGatewayCfg("eth0"); }, -1, {plain("NET_DelGatewayCfg", "Delete ipv4 gateway failed \\n")}},
+        {Stored, [] { return NET_IsDhcpv6Mode("eth0"); }, 0, {plain("NET_IsDhcpv6Mode", "option: ipv6dhcp.\\n")}},
+        {Stored, [] {
              struct uci_package *p = NET_CreatePackage("network");
              char buf[4];
              int r = NET_GetOption(NET_GetSection(p, "lan"), "ipaddr", buf, sizeof buf);
              NET_FreePackage(p);
              return r;
-         },
-         0,
-         {plain("NET_GetOption", "Input buffer is not enough.\\n")}},
-        {ReadOnly,
-         [] { return NET_SetMtuCfg("eth0", 1400); },
-         -1,
-         {commitFailed, plain("NET_SetMtuCfg", "commit failed\\n")}},
-        {ReadOnly,
-         [] { return NET_SetRouteCfg("eth0", "10.2.0.0", "255.255.0.0"); },
-         -1,
-         {commitFailed, tagged("NET_SetRouteCfg", "PL_COMMIT_ERROR_PRINT", "\\n")}},
-        {ReadOnly,
-         [] { return NET_DelRouteCfg("eth0", "10.1.0.0", "255.255.0.0"); },
-         -1,
-         {commitFailed, plain("NET_DelRouteCfg", "\\n")}},
-        {ReadOnly,
-         [] { return NET_DisableDhcpCfg("eth0"); },
-         -1,
-         {plain("NET_IsDhcpv6Mode", "option: ipv6dhcp.\\n"), commitFailed,
-          plain("NET_DisableDhcpCfg", "\\n")}},
+         }, 0, {plain("NET_GetOption", "Input buffer is not enough.\\n")}},
+        {ReadOnly, [] { return NET_SetMtuCfg("eth0", 1400); }, -1, {commitFailed, plain("NET_SetMtuCfg", "commit failed\\n")}},
+        {ReadOnly, [] { return NET_SetRouteCfg("eth0", "10.2.0.0", "255.255.0.0"); }, -1, {commitFailed, tagged("NET_SetRouteCfg", "PL_COMMIT_ERROR_PRINT", "\\n")}},
+        {ReadOnly, [] { return NET_DelRouteCfg("eth0", "10.1.0.0", "255.255.0.0"); }, -1, {commitFailed, plain("NET_DelRouteCfg", "\\n")}},
+        {ReadOnly, [] { return NET_DisableDhcpCfg("eth0"); }, -1,
+         {plain("NET_IsDhcpv6Mode", "option: ipv6dhcp.\\n"), commitFailed, plain("NET_DisableDhcpCfg", "\\n")}},
         // The read ends in a commit, so a commit failure fails it.
-        {ReadOnly,
-         [] {
-             char a[64];
-             return NET_GetIpv6AddrCfg("eth0", a);
-         },
-         -1,
-         {commitFailed, plain("NET_GetIpv6AddrCfg", "commit failed\\n")}},
+        {ReadOnly, [] { char a[64]; return NET_GetIpv6AddrCfg("eth0", a); }, -1, {commitFailed, plain("NET_GetIpv6AddrCfg", "commit failed\\n")}},
     };
+    // clang-format on
     for (size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
         SCOPED_TRACE(i);
         const auto &c = cases[i];
