@@ -6,6 +6,7 @@
 #include <string.h>
 #include <time.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -23,13 +24,29 @@ inline const char kOnePort[] = "eth0";
 inline const char kTwoPorts[] = "lan1,lan2";
 inline const std::string kSingleStamp = "\nconfig version 'net_version'\n\toption single '1.00'\n";
 
-inline void write_pkg(const std::string &pkg, const std::string &text)
-{
-    sandbox::write_file("/etc/config/" + pkg, text);
-}
 inline std::string read_pkg(const std::string &pkg)
 {
     return sandbox::read_file("/etc/config/" + pkg);
+}
+// Writes a package from "@type:name key=value list+=value ..." (no spaces in values).
+inline void write_pkg(const std::string &pkg, const std::string &spec)
+{
+    std::istringstream in(spec);
+    std::string out, w;
+    while (in >> w) {
+        const size_t eq = w.find('='), colon = w.find(':'), list = w[eq - 1] == '+';
+        out += w[0] == '@' ? "config " + w.substr(1, colon - 1) + " '" + w.substr(colon + 1)
+                           : (list ? "\tlist " : "\toption ") + w.substr(0, eq - list) + " '" +
+                                 w.substr(eq + 1);
+        out += "'\n";
+    }
+    sandbox::write_file("/etc/config/" + pkg, out);
+}
+// One section of a package: from its "config" line to the blank line after it.
+inline std::string block(const std::string &file, const std::string &name)
+{
+    const size_t at = file.rfind("config ", file.find(" '" + name + "'\n"));
+    return at == std::string::npos ? "" : file.substr(at, file.find("\n\n", at) - at + 1);
 }
 // What the stand-in scripts recorded ("config_generate", "network restart", "lldpd stop").
 inline std::string script_log()
@@ -40,24 +57,14 @@ inline std::string script_log()
 // The old firmware's packages: one port, static IPv4, IPv6 set by hand.
 inline void install_old_device()
 {
-    write_pkg("network", "config interface 'lan'\n\toption ifname 'eth0'\n\toption type "
-                         "'bridge'\n\toption ipaddr '10.20.30.40'\n\toption netmask "
-                         "'255.255.0.0'\n\toption gateway '10.20.0.1'\n\toption ip6addr "
-                         "'2001:db8:5::40/64'\n\toption ip6gw '2001:db8:5::1'\n");
-    write_pkg("tcpip", "config tcpip 'tcpip'\n\toption ipv4dhcpmode 'false'\n"
-                       "\toption ipv6mode 'true'\n\toption cardtype '3'\n\toption mtu '1400'\n"
-                       "\tlist dns '10.20.0.53'\n\tlist dns '9.9.9.9'\n");
-    write_pkg("ddns", "config ddns 'ddns'\n\toption enable 'true'\n\toption type 'NO-IP'\n"
-                      "\toption domain 'cam.example.org'\n\toption username 'owner'\n"
-                      "\toption password 'secret'\n\toption port '8245'\n");
-    write_pkg("pppoe", "config pppoe 'pppoe'\n\toption enable 'false'\n\toption interface "
-                       "'eth0'\n\toption username 'dsl'\n\toption password 'pw'\n");
-    write_pkg("port", "config port 'port'\n\toption httpport '8080'\n\toption httpsport '8443'\n"
-                      "\toption rtspport '8554'\nconfig portmapping 'portmapping'\n"
-                      "\toption enable 'true'\n\toption mode '1'\n"
-                      "\toption HTTP_extport '18080'\n\toption RTSP_extport '18554'\n");
-    write_pkg("uhttpd", "config uhttpd 'main'\n\tlist listen_http '0.0.0.0:8080'\n"
-                        "\tlist listen_https '0.0.0.0:8443'\n");
+    // clang-format off
+    write_pkg("network", "@interface:lan ifname=eth0 type=bridge ipaddr=10.20.30.40 netmask=255.255.0.0 gateway=10.20.0.1 ip6addr=2001:db8:5::40/64 ip6gw=2001:db8:5::1");
+    write_pkg("tcpip", "@tcpip:tcpip ipv4dhcpmode=false ipv6mode=true cardtype=3 mtu=1400 dns+=10.20.0.53 dns+=9.9.9.9");
+    write_pkg("ddns", "@ddns:ddns enable=true type=NO-IP domain=cam.example.org username=owner password=secret port=8245");
+    write_pkg("pppoe", "@pppoe:pppoe enable=false interface=eth0 username=dsl password=pw");
+    write_pkg("port", "@port:port httpport=8080 httpsport=8443 rtspport=8554 @portmapping:portmapping enable=true mode=1 HTTP_extport=18080 RTSP_extport=18554");
+    write_pkg("uhttpd", "@uhttpd:main listen_http+=0.0.0.0:8080 listen_https+=0.0.0.0:8443");
+    // clang-format on
 }
 
 // The Ethernet record as one line, texts within their fields' bounds.
@@ -83,8 +90,7 @@ inline const std::string kOldEther =
     "v6=1 2001:db8:5::40/64 gw 2001:db8:5::1 dns 10.20.0.53 9.9.9.9";
 inline std::string ether(const char *ifname)
 {
-    NetEtherCfg c;
-    memset(&c, 0, sizeof c);
+    NetEtherCfg c = {};
     return NET_GetEtherCfg(ifname, &c) == 0 ? text(c) : "-1";
 }
 
@@ -95,15 +101,19 @@ template <class Rec> std::string bytes(int (*reader)(Rec *))
     memset(&r, 0, sizeof r);
     return reader(&r) == 0 ? std::string(reinterpret_cast<const char *>(&r), sizeof r) : "";
 }
-// What the old readers give: the Ethernet and port records as text, DDNS and PPPoE as bytes.
+// What the readers give: the Ethernet and port records as text, DDNS and PPPoE as bytes.
 using OldRecords = std::vector<std::string>;
+inline OldRecords records(const std::string &eth, int (*ddns)(NetDdnsCfg *),
+                          int (*pppoe)(NetPppoeCfg *), int (*port)(NetPortCfg *))
+{
+    NetPortCfg p = {};
+    return {eth, bytes(ddns), bytes(pppoe), port(&p) == 0 ? text(p) : "-1"};
+}
 inline OldRecords old_records()
 {
-    NetEtherCfg e;
-    NetPortCfg p;
-    memset(&e, 0, sizeof e), memset(&p, 0, sizeof p);
-    return {NET_GetOldEthCfg(&e) == 0 ? text(e) : "-1", bytes(NET_GetOldDdnsCfg),
-            bytes(NET_GetOldPppoeCfg), NET_GetOldPortCfg(&p) == 0 ? text(p) : "-1"};
+    NetEtherCfg e = {};
+    return records(NET_GetOldEthCfg(&e) == 0 ? text(e) : "-1", NET_GetOldDdnsCfg,
+                   NET_GetOldPppoeCfg, NET_GetOldPortCfg);
 }
 
 // The package the stand-in generator writes for a kind of device, plus extra text; the
@@ -116,7 +126,7 @@ inline std::string generated(const char *kind, const std::string &extra = "")
     sandbox::must(
         "rm -f /etc/config/network && /bin/config_generate && : >/tmp/network-script.log");
     sandbox::set_device(device);
-    write_pkg("network", read_pkg("network") + extra);
+    sandbox::write_file("/etc/config/network", read_pkg("network") + extra);
     return read_pkg("network");
 }
 

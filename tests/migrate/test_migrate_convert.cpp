@@ -51,10 +51,7 @@ void unchanged(const std::string &before)
 // writes the HTTPS port, so the generated one stays.
 void holds_old_records(const char *port)
 {
-    NetPortCfg p;
-    memset(&p, 0, sizeof p);
-    OldRecords now = {ether(port), bytes(NET_GetDdnsCfg), bytes(NET_GetPppoeCfg),
-                      NET_GetPortCfg(&p) == 0 ? text(p) : "-1"};
+    OldRecords now = records(ether(port), NET_GetDdnsCfg, NET_GetPppoeCfg, NET_GetPortCfg);
     install_old_device();
     OldRecords old = old_records();
     old[3] = "http=8080 rtsp=8554 https=443 map=1 mode=1 ext http=18080 rtsp=18554";
@@ -66,10 +63,9 @@ void links(bool first, bool second)
 {
     sandbox::veth("lan1", "p1");
     sandbox::veth("lan2", "p2");
-    if (!first)
-        sandbox::link_down("p1");
-    if (!second)
-        sandbox::link_down("p2");
+    for (const char *p : {first ? "" : "p1", second ? "" : "p2"})
+        if (*p)
+            sandbox::link_down(p);
 }
 
 } // namespace

