@@ -3,22 +3,13 @@
 // monitor ends during set-up. Slots are never freed, so each test relies on running in a
 // process of its own (as ctest runs them).
 #include <pthread.h>
-#include <string.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <memory>
-#include <string>
 #include <utility>
-#include <vector>
-
-#if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/asan_interface.h>
-#endif
 
 #include "libnetwork.h"
-#include "sandbox.h"
 #include "test_detect_support.h"
 
 using namespace detecttest;
@@ -36,8 +27,7 @@ std::atomic<int> g_sleep1{0}, g_sleep2{0}, g_sleepOther{0};
 
 extern "C" unsigned int sleep(unsigned int seconds)
 {
-    std::atomic<int> &n = seconds == 1 ? g_sleep1 : seconds == 2 ? g_sleep2 : g_sleepOther;
-    ++n;
+    ++(seconds == 1 ? g_sleep1 : seconds == 2 ? g_sleep2 : g_sleepOther);
     usleep(seconds * 3000);
     return 0;
 }
@@ -55,16 +45,15 @@ Leveled leveled(const LogCapture &log)
     return out;
 }
 
-std::string line(const std::string &func, const std::string &msg)
+std::pair<int, std::string> line(int level, const std::string &msg,
+                                 const std::string &func = "net_DetectMacCollisionThread")
 {
-    return sandbox::expect_line(func, msg);
+    return {level, sandbox::expect_line(func, msg)};
 }
 
-const std::string kThread = "net_DetectMacCollisionThread";
-
-bool wait_until(const std::function<bool()> &done, int msec = 10000)
+bool wait_until(const std::function<bool()> &done)
 {
-    auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(msec);
+    auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (!done()) {
         if (std::chrono::steady_clock::now() > end)
             return false;
@@ -97,12 +86,9 @@ class Monitor
     {
         struct timespec until;
         clock_gettime(CLOCK_REALTIME, &until);
-        until.tv_sec += msec / 1000;
-        until.tv_nsec += (msec % 1000) * 1000000L;
-        if (until.tv_nsec >= 1000000000L) {
-            until.tv_sec += 1;
-            until.tv_nsec -= 1000000000L;
-        }
+        long ns = until.tv_nsec + (msec % 1000) * 1000000L;
+        until.tv_sec += msec / 1000 + ns / 1000000000L;
+        until.tv_nsec = ns % 1000000000L;
         joined_ = started_ && pthread_timedjoin_np(thread_, nullptr, &until) == 0;
         return joined_;
     }
@@ -140,105 +126,69 @@ class MacMonitor : public ::testing::Test
     // (each handled frame ends in one 1 s pause per monitor).
     void send_from_peer(const std::string &dev, const std::vector<Bytes> &frames, int monitors)
     {
-        int before = g_sleep1;
+        int want = g_sleep1 + monitors * static_cast<int>(frames.size());
         PeerTask peer(peer_, [&](const std::function<void()> &ready, int) {
             int fd = arp_socket(dev);
-            if (fd < 0)
-                return 2;
             ready();
-            return send_all(fd, frames) ? 0 : 3;
+            return fd >= 0 && send_all(fd, frames) ? 0 : 3;
         });
         ASSERT_TRUE(peer.ready());
         ASSERT_EQ(0, peer.wait());
-        int want = before + monitors * static_cast<int>(frames.size());
-        ASSERT_TRUE(wait_until([&] { return g_sleep1 >= want; }))
-            << "handled " << g_sleep1 - before << " of " << want - before;
+        ASSERT_TRUE(wait_until([&] { return g_sleep1 >= want; })) << "handled too few";
     }
 
     sandbox::Peer peer_;
 };
 
+// A collision stands until fifty other frames came. Frames are read within the bytes
+// received: a MAC cut short is no collision, garbage is just another station, and nothing
+// stops the monitor.
 TEST_F(MacMonitor, CollisionStandsUntilFiftyOtherFrames)
 {
     sandbox::veth("lan1", "nb1", &peer_);
     const Mac own = mac_of("lan1");
-    const Mac other = {0x02, 0, 0, 0, 0x01, 0x02};
-    auto from = [](const Mac &sha) {
-        return arp_frame(1, kBroadcast, sha, ip4("192.168.1.50"), kNoMac, ip4("192.168.1.1"));
+    auto from = [](const Mac &sha, int n) {
+        return std::vector<Bytes>(
+            n, arp_frame(1, kBroadcast, sha, ip4("192.168.1.50"), kNoMac, ip4("192.168.1.1")));
     };
-    const auto collision = std::make_pair(6, line(kThread, "\"Mac addr collision\""));
-    const auto cleared = std::make_pair(6, line(kThread, "\"Mac addr get right\""));
-
+    const Mac other = {0x02, 0, 0, 0, 0x01, 0x02};
+    std::vector<Bytes> cuts, oversized = from(own, 1);
+    for (size_t n = 14; n < 28; ++n)
+        cuts.push_back(cut(from(own, 1)[0], n)); // our MAC at 22 incomplete or missing
+    oversized[0].resize(1400, 0xee);
+    const auto collision = line(6, "\"Mac addr collision\"");
+    const auto cleared = line(6, "\"Mac addr get right\"");
     Monitor m("lan1");
     ASSERT_TRUE(m.watching());
     EXPECT_EQ(0, status_of("lan1"));
-
-    struct Step {
-        const char *what;
-        bool ownMac;
-        int frames;
-        int status;
-        Leveled log;
-    } steps[] = {
-        {"a station with our MAC", true, 1, 1, {collision}},
-        {"49 others do not clear it", false, 49, 1, {}},
-        {"the 50th does", false, 1, 0, {cleared}},
-        {"others while clear change nothing", false, 5, 0, {}},
-        {"again our MAC", true, 1, 1, {collision}},
-        {"30 others", false, 30, 1, {}},
-        {"our MAC restarts the count", true, 1, 1, {collision}},
-        {"49 more others", false, 49, 1, {}},
-        {"the 50th since the latest collision", false, 1, 0, {cleared}},
-    };
-    int collisions = 0;
-    for (const Step &s : steps) {
-        SCOPED_TRACE(s.what);
-        LogCapture log;
-        send_from_peer(
-            "nb1", std::vector<Bytes>(static_cast<size_t>(s.frames), from(s.ownMac ? own : other)),
-            1);
-        collisions += s.ownMac ? 1 : 0;
-        EXPECT_EQ(s.status, status_of("lan1"));
-        EXPECT_EQ(s.log, leveled(log));
-        EXPECT_EQ(collisions, g_sleep2.load()) << "two more seconds after each collision";
-    }
-    EXPECT_EQ(0, g_sleepOther.load());
-}
-
-// Frames are read within the bytes received: a MAC cut short is no collision, garbage is
-// just another station, and nothing stops the monitor.
-TEST_F(MacMonitor, CutAndGarbledFrames)
-{
-    sandbox::veth("lan1", "nb1", &peer_);
-    const Mac own = mac_of("lan1");
-    Monitor m("lan1");
-    ASSERT_TRUE(m.watching());
-    const Bytes mine = arp_frame(1, kBroadcast, own, ip4("10.3.0.9"), kNoMac, ip4("10.3.0.1"));
-    Bytes oversized = mine;
-    oversized.resize(1400, 0xee);
-    std::vector<Bytes> cuts;
-    for (size_t n = 14; n < 28; ++n)
-        cuts.push_back(cut(mine, n)); // our MAC at 22 incomplete or missing
     struct Step {
         const char *what;
         std::vector<Bytes> frames;
-        int collisions;
-        int status;
+        int collisions, status;
+        Leveled log;
     } steps[] = {
-        {"our MAC cut short of its sixth byte", cuts, 0, 0},
-        {"the shortest frame that carries it", {cut(mine, 28)}, 1, 1},
-        {"an oversized frame", {oversized}, 1, 1},
-        {"49 garbled frames", garbage_arp(49, own, 7), 0, 1},
-        {"the 50th clears the collision", garbage_arp(1, own, 8), 0, 0},
-        {"a garbled burst while clear", garbage_arp(100, own, 9), 0, 0},
+        {"our MAC cut short of its sixth byte", cuts, 0, 0, {}},
+        {"a station with our MAC", from(own, 1), 1, 1, {collision}},
+        {"49 others do not clear it", from(other, 49), 0, 1, {}},
+        {"the 50th does", from(other, 1), 0, 0, {cleared}},
+        {"others while clear change nothing", from(other, 5), 0, 0, {}},
+        {"the shortest frame that carries our MAC", {cut(from(own, 1)[0], 28)}, 1, 1, {collision}},
+        {"30 garbled frames", garbage_arp(30, own, 7), 0, 1, {}},
+        {"an oversized frame with our MAC restarts the count", oversized, 1, 1, {collision}},
+        {"49 more others", garbage_arp(49, own, 8), 0, 1, {}},
+        {"the 50th since the latest collision", from(other, 1), 0, 0, {cleared}},
+        {"a garbled burst while clear", garbage_arp(100, own, 9), 0, 0, {}},
     };
     for (const Step &s : steps) {
         SCOPED_TRACE(s.what);
+        LogCapture log;
         int collisions = g_sleep2;
         send_from_peer("nb1", s.frames, 1);
-        EXPECT_EQ(s.collisions, g_sleep2 - collisions);
+        EXPECT_EQ(s.collisions, g_sleep2 - collisions) << "two more seconds after each collision";
         EXPECT_EQ(s.status, status_of("lan1"));
+        EXPECT_EQ(s.log, leveled(log));
     }
+    EXPECT_EQ(0, g_sleepOther.load());
     EXPECT_FALSE(m.ended(0)) << "still watching";
 }
 
@@ -253,26 +203,20 @@ TEST_F(MacMonitor, SlotsByNameThreeAtMost)
     } starts[] = {
         {"eth0", true, {}},
         {"eth1", true, {}},
-        {"eth0", false, {{7, line(kThread, "\"had created Mac collsion thread of 'eth0'\"")}}},
+        {"eth0", false, {line(7, "\"had created Mac collsion thread of 'eth0'\"")}},
         // Matches the first listed name it begins: the MAC of eth0, the slot "eth".
         {"eth", true, {}},
-        {"et", false, {{3, line(kThread, "\"IfName more than 3, not support!\"")}}},
-        {"wlan0", false, {{3, line(kThread, "\"can't find the device\\n\"")}}},
+        {"et", false, {line(3, "\"IfName more than 3, not support!\"")}},
+        {"wlan0", false, {line(3, "\"can't find the device\\n\"")}},
     };
     std::vector<std::unique_ptr<Monitor>> running;
     for (const Start &s : starts) {
         SCOPED_TRACE(s.name);
         LogCapture log;
-        auto m = std::make_unique<Monitor>(s.name);
-        if (s.runs) {
-            EXPECT_TRUE(m->watching());
-            running.push_back(std::move(m));
-        } else {
-            EXPECT_TRUE(m->ended());
-        }
+        running.push_back(std::make_unique<Monitor>(s.name));
+        EXPECT_TRUE(s.runs ? running.back()->watching() : running.back()->ended());
         EXPECT_EQ(s.log, leveled(log));
     }
-
     // A frame with eth0's MAC, arriving on eth1: the monitors hear every interface.
     const Mac eth0 = mac_of("eth0");
     send_from_peer("p1", {arp_frame(2, kBroadcast, eth0, ip4("10.0.0.9"), kNoMac, ip4("10.0.0.1"))},
@@ -281,68 +225,57 @@ TEST_F(MacMonitor, SlotsByNameThreeAtMost)
         const char *name;
         int status;
     } lookups[] = {{"eth0", 1}, {"eth", 1}, {"eth1", 0}, {"eth2", -1}, {"et", -1}};
-    for (const Lookup &l : lookups) {
-        SCOPED_TRACE(l.name);
-        EXPECT_EQ(l.status, status_of(l.name));
-    }
+    for (const Lookup &l : lookups)
+        EXPECT_EQ(l.status, status_of(l.name)) << l.name;
 }
 
-TEST_F(MacMonitor, SetUpEndings)
-{
-    struct Case {
-        const char *setup;
-        const char *arg;
-        Leveled log;
-    } cases[] = {
-        {"true", nullptr, {{3, line(kThread, "\"parameter 'pvArgv' is null!\"")}}},
-        // Only the loopback: an empty list, so no MAC at all.
-        {"true",
-         "lan1",
-         {{3, line(kThread, "\"Get interface Mac failed, pcSourceMacAddr: (nil).\"")}}},
-        // A tunnel has no hardware address: listed by its IPv4 address, MAC all zero.
-        {"ip tuntap add dev tun0 mode tun && ip addr add 10.9.9.9/32 dev tun0",
-         "tun0",
-         {{3, line(kThread, "\"Mac address can not be set zero. \\n\"")}}},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.arg ? c.arg : "(null)");
-        sandbox::must(c.setup);
-        LogCapture log;
-        EXPECT_EQ(nullptr, net_DetectMacCollisionThread(const_cast<char *>(c.arg)));
-        EXPECT_EQ(c.log, leveled(log));
-    }
-    // None of them took a slot.
-    EXPECT_EQ(-1, status_of("tun0"));
-    EXPECT_EQ(-1, status_of("lan1"));
-}
-
-TEST_F(MacMonitor, CreateDoesNothingAndLookupsRefuse)
+// Monitors that end during set-up, and refused look-ups: the lines log readers match.
+TEST_F(MacMonitor, SetUpEndingsAndLookups)
 {
     auto threads = [] {
         return sandbox::sh_out("ls /proc/" + std::to_string(getpid()) + "/task | wc -l");
     };
     std::string before = threads();
-    LogCapture log;
-    EXPECT_EQ(0, NET_CreateMacCollThread(nullptr));
+    EXPECT_EQ(0, NET_CreateMacCollThread(nullptr)); // does nothing
     EXPECT_EQ(0, NET_CreateMacCollThread(const_cast<char *>("lan1")));
     EXPECT_EQ(before, threads());
-    EXPECT_TRUE(log.lines().empty());
-
     int st = 5;
     struct Case {
-        const char *name;
-        int *out;
-        std::string msg;
+        const char *setup;
+        std::function<long()> call;
+        Leveled log;
     } cases[] = {
-        {nullptr, &st, "\"parameter is null\""},
-        {"lan1", nullptr, "\"parameter is null\""},
-        {"lan1", &st, "\"can't find Mac Collsion thread of 'lan1'!\""},
+        {"true",
+         [] { return (long)net_DetectMacCollisionThread(nullptr); },
+         {line(3, "\"parameter 'pvArgv' is null!\"")}},
+        // Only the loopback: an empty list, so no MAC at all.
+        {"true",
+         [] { return (long)net_DetectMacCollisionThread(const_cast<char *>("lan1")); },
+         {line(3, "\"Get interface Mac failed, pcSourceMacAddr: (nil).\"")}},
+        // A tunnel has no hardware address: listed by its IPv4 address, MAC all zero.
+        {"ip tuntap add dev tun0 mode tun && ip addr add 10.9.9.9/32 dev tun0",
+         [] { return (long)net_DetectMacCollisionThread(const_cast<char *>("tun0")); },
+         {line(3, "\"Mac address can not be set zero. \\n\"")}},
+        {"true",
+         [&] { return NET_GetMacCollStatus(nullptr, &st) + 1L; },
+         {line(3, "\"parameter is null\"", "NET_GetMacCollStatus")}},
+        {"true",
+         [&] { return NET_GetMacCollStatus("lan1", nullptr) + 1L; },
+         {line(3, "\"parameter is null\"", "NET_GetMacCollStatus")}},
+        // None of the set-ups above took a slot.
+        {"true",
+         [&] { return NET_GetMacCollStatus("tun0", &st) + 1L; },
+         {line(3, "\"can't find Mac Collsion thread of 'tun0'!\"", "NET_GetMacCollStatus")}},
+        {"true",
+         [&] { return NET_GetMacCollStatus("lan1", &st) + 1L; },
+         {line(3, "\"can't find Mac Collsion thread of 'lan1'!\"", "NET_GetMacCollStatus")}},
     };
     for (const Case &c : cases) {
-        SCOPED_TRACE(c.msg);
-        log.clear();
-        EXPECT_EQ(-1, NET_GetMacCollStatus(c.name, c.out));
-        EXPECT_EQ((Leveled{{3, line("NET_GetMacCollStatus", c.msg)}}), leveled(log));
+        SCOPED_TRACE(&c - cases);
+        sandbox::must(c.setup);
+        LogCapture log;
+        EXPECT_EQ(0, c.call()); // a null thread result, or -1 from the look-up
+        EXPECT_EQ(c.log, leveled(log));
         EXPECT_EQ(5, st);
     }
 }

@@ -1,6 +1,6 @@
-// What the detection suites share: frames written out field by field, and tasks that run in
-// the neighbour's namespace beside the call under test (a socket there sees, crafts and
-// answers frames while the library waits on this side).
+// What the detection suites share: frames written out field by field, the standard link to a
+// neighbour, and tasks that run in the neighbour's namespace beside the call under test (a
+// socket there sees, crafts and answers frames while the library waits on this side).
 #pragma once
 
 #include <arpa/inet.h>
@@ -20,6 +20,7 @@
 #include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "sandbox.h"
@@ -57,13 +58,11 @@ inline Bytes arp_frame(uint16_t op, const Mac &ethDst, const Mac &sha, const Ip4
                        const Mac &tha, const Ip4 &tpa)
 {
     Bytes f(60, 0);
+    const uint8_t head[] = {
+        0x08, 0x06, 0, 1, 0x08, 0, 6, 4, static_cast<uint8_t>(op >> 8), static_cast<uint8_t>(op)};
     memcpy(&f[0], ethDst.data(), 6);
     memcpy(&f[6], sha.data(), 6);
-    f[12] = 0x08, f[13] = 0x06;
-    f[14] = 0x00, f[15] = 0x01;
-    f[16] = 0x08, f[17] = 0x00;
-    f[18] = 6, f[19] = 4;
-    f[20] = static_cast<uint8_t>(op >> 8), f[21] = static_cast<uint8_t>(op);
+    memcpy(&f[12], head, sizeof head);
     memcpy(&f[22], sha.data(), 6);
     memcpy(&f[28], spa.data(), 4);
     memcpy(&f[32], tha.data(), 6);
@@ -99,46 +98,31 @@ inline std::vector<Bytes> garbage_arp(size_t count, const Mac &avoid, unsigned s
     return out;
 }
 
-inline uint16_t arp_op(const Bytes &f)
-{
-    return f.size() < 22 ? 0 : (f[20] << 8) | f[21];
-}
-
-// ---- In the neighbour's namespace --------------------------------------------------------
-
 // A packet socket for ARP bound to dev (in the calling namespace); -1 on failure.
 inline int arp_socket(const std::string &dev)
 {
     int fd = socket(AF_PACKET, SOCK_RAW, htons(ETH_P_ARP));
-    if (fd < 0)
-        return -1;
     struct sockaddr_ll ll;
     memset(&ll, 0, sizeof ll);
     ll.sll_family = AF_PACKET;
     ll.sll_protocol = htons(ETH_P_ARP);
     ll.sll_ifindex = static_cast<int>(if_nametoindex(dev.c_str()));
-    if (bind(fd, reinterpret_cast<sockaddr *>(&ll), sizeof ll) != 0) {
-        close(fd);
+    if (fd >= 0 && bind(fd, reinterpret_cast<sockaddr *>(&ll), sizeof ll) != 0)
         return -1;
-    }
     return fd;
 }
 
 // Receives datagrams until one satisfies want or msec pass; true with it in out.
-inline bool await(int fd, int msec, const std::function<bool(const Bytes &)> &want, Bytes *out)
+inline bool await(int fd, int msec, const std::function<bool(const Bytes &)> &want,
+                  Bytes *out = nullptr)
 {
     auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(msec);
-    for (;;) {
-        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-                        end - std::chrono::steady_clock::now())
-                        .count();
-        if (left <= 0)
-            return false;
+    for (long left; (left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                                end - std::chrono::steady_clock::now())
+                                .count()) > 0;) {
         struct pollfd p = {fd, POLLIN, 0};
-        if (poll(&p, 1, static_cast<int>(left)) <= 0)
-            continue;
         Bytes b(2048);
-        ssize_t n = recv(fd, b.data(), b.size(), 0);
+        ssize_t n = poll(&p, 1, static_cast<int>(left)) > 0 ? recv(fd, b.data(), b.size(), 0) : -1;
         if (n < 0)
             continue;
         b.resize(static_cast<size_t>(n));
@@ -148,6 +132,7 @@ inline bool await(int fd, int msec, const std::function<bool(const Bytes &)> &wa
             return true;
         }
     }
+    return false;
 }
 
 inline bool send_all(int fd, const std::vector<Bytes> &frames)
@@ -179,15 +164,8 @@ class PeerTask
             return;
         thread_ = std::thread([this, &peer, body] {
             status_ = peer.run([this, body] {
-                close(ready_[0]);
-                close(out_[0]);
                 int wfd = ready_[1];
-                auto ready = [wfd] {
-                    char c = 1;
-                    if (write(wfd, &c, 1) != 1)
-                        _exit(98);
-                };
-                return body(ready, out_[1]);
+                return body([wfd] { (void)!write(wfd, "", 1); }, out_[1]);
             });
         });
     }
@@ -195,8 +173,7 @@ class PeerTask
     {
         wait();
         for (int fd : {ready_[0], ready_[1], out_[0], out_[1]})
-            if (fd >= 0)
-                close(fd);
+            close(fd);
     }
     PeerTask(const PeerTask &) = delete;
     PeerTask &operator=(const PeerTask &) = delete;
@@ -218,14 +195,10 @@ class PeerTask
     Bytes output()
     {
         wait();
-        if (out_[1] >= 0) {
-            close(out_[1]);
-            out_[1] = -1;
-        }
+        close(std::exchange(out_[1], -1));
         Bytes all;
         uint8_t buf[4096];
-        ssize_t n;
-        while ((n = read(out_[0], buf, sizeof buf)) > 0)
+        for (ssize_t n; (n = read(out_[0], buf, sizeof buf)) > 0;)
             all.insert(all.end(), buf, buf + n);
         return all;
     }
@@ -242,5 +215,34 @@ inline double since(std::chrono::steady_clock::time_point start)
 {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
+
+// A veth link to a neighbour: "lan1" here (192.168.1.10/24, 2001:db8::10/64) and "nb1" there
+// (MAC 02:00:00:00:01:02, 192.168.1.1/24, 2001:db8::1/64). A Linux neighbour answers a
+// multicast solicitation without a source link-layer option only when it already has an
+// entry for the sender, so the neighbour gets permanent entries for the device's addresses.
+class NeighbourLink : public ::testing::Test
+{
+  protected:
+    void SetUp() override
+    {
+        REQUIRE_SANDBOX();
+        sandbox::veth("lan1", "nb1", &peer_);
+        peer_.must("ip link set nb1 address 02:00:00:00:01:02 && "
+                   "ip addr add 192.168.1.1/24 dev nb1 && "
+                   "ip addr add 2001:db8::1/64 dev nb1 nodad");
+        sandbox::addr_add("lan1", "192.168.1.10/24");
+        sandbox::addr_add("lan1", "2001:db8::10/64");
+        std::string mac = sandbox::sh_out("cat /sys/class/net/lan1/address");
+        mac.erase(mac.find_last_not_of("\n") + 1);
+        std::string addrs =
+            sandbox::sh_out("ip -6 -o addr show dev lan1 | awk '{print $4}' | cut -d/ -f1");
+        for (size_t at = 0, nl; (nl = addrs.find('\n', at)) != std::string::npos; at = nl + 1)
+            peer_.must("ip -6 neigh replace " + addrs.substr(at, nl - at) + " lladdr " + mac +
+                       " dev nb1 nud permanent");
+        own_ = mac_of("lan1");
+    }
+    sandbox::Peer peer_;
+    Mac own_{};
+};
 
 } // namespace detecttest

@@ -1,16 +1,13 @@
 // The library's own text parsers and formatters (Inet_PtoN, Inet_NtoP) against the C
 // library's inet_pton/inet_ntop over many generated inputs: every text the C library
 // accepts we accept with the same bytes, every text it refuses we refuse, and we print
-// exactly what it prints. Heap buffers of exact size let the sanitizer build catch any
-// read or write past an end.
+// exactly what it prints. Buffers of exact size on the heap let the sanitizer build catch
+// any read or write past an end.
 #include <arpa/inet.h>
 #include <string.h>
 #include <sys/socket.h>
 
-#include <cstdlib>
-#include <memory>
 #include <random>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -22,87 +19,59 @@ namespace
 
 constexpr unsigned kSeed = 20240611u;
 
-// A NUL-terminated copy on the heap with no slack after the terminator.
-struct ExactText {
-    explicit ExactText(const std::string &s) : p(static_cast<char *>(malloc(s.size() + 1)))
-    {
-        memcpy(p, s.c_str(), s.size() + 1);
-    }
-    ~ExactText() { free(p); }
-    ExactText(const ExactText &) = delete;
-    ExactText &operator=(const ExactText &) = delete;
-    char *p;
-};
+// std::vector allocates exactly what it is built with: no slack after the last byte.
+using Heap = std::vector<char>;
 
-struct ExactBuf {
-    explicit ExactBuf(size_t n, unsigned char fill = 0xA5)
-        : p(static_cast<unsigned char *>(malloc(n ? n : 1))), n(n)
-    {
-        memset(p, fill, n ? n : 1);
-    }
-    ~ExactBuf() { free(p); }
-    ExactBuf(const ExactBuf &) = delete;
-    ExactBuf &operator=(const ExactBuf &) = delete;
-    std::string bytes() const { return std::string(reinterpret_cast<char *>(p), n); }
-    unsigned char *p;
-    size_t n;
-};
-
-std::string hex(const unsigned char *b, size_t n)
+Heap heap_text(const std::string &s)
 {
-    static const char d[] = "0123456789abcdef";
+    return Heap(s.c_str(), s.c_str() + s.size() + 1);
+}
+
+std::string hex(const void *p, size_t n)
+{
     std::string s;
+    char b[4];
     for (size_t i = 0; i < n; ++i) {
-        s += d[b[i] >> 4];
-        s += d[b[i] & 15];
+        snprintf(b, sizeof b, "%02x", static_cast<const unsigned char *>(p)[i]);
+        s += b;
     }
     return s;
 }
 
-// Parses text with both parsers; reports any difference in result or bytes.
 ::testing::AssertionResult same_parse(int af, const std::string &text)
 {
     size_t n = af == AF_INET ? 4 : 16;
-    ExactText src(text);
-    ExactBuf ours(n), theirs(n);
-    int r1 = Inet_PtoN(af, src.p, ours.p);
-    int r2 = inet_pton(af, src.p, theirs.p);
-    if (r1 != r2 || ours.bytes() != theirs.bytes())
-        return ::testing::AssertionFailure()
-               << "af " << af << " \"" << text << "\": ours " << r1 << " " << hex(ours.p, n)
-               << ", C library " << r2 << " " << hex(theirs.p, n);
-    return ::testing::AssertionSuccess();
+    Heap src = heap_text(text), ours(n, '\xa5'), theirs(n, '\xa5');
+    int r1 = Inet_PtoN(af, src.data(), ours.data());
+    int r2 = inet_pton(af, src.data(), theirs.data());
+    if (r1 == r2 && ours == theirs)
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure()
+           << "af " << af << " \"" << text << "\": ours " << r1 << " " << hex(ours.data(), n)
+           << ", C library " << r2 << " " << hex(theirs.data(), n);
 }
 
-// Formats with both formatters into a buffer of exactly the size each needs, and one
-// byte short.
-::testing::AssertionResult same_format(int af, const unsigned char *addr)
+// Formats into buffers of every size from lo to hi (0: the text's own size and one short):
+// null exactly when the C library gives null, and the same bytes left in the buffer.
+::testing::AssertionResult same_format(int af, const unsigned char *addr, size_t lo = 0,
+                                       size_t hi = 0)
 {
-    char ref[64];
-    if (inet_ntop(af, addr, ref, sizeof ref) == nullptr)
-        return ::testing::AssertionFailure() << "C library refused " << hex(addr, 16);
-    size_t need = strlen(ref) + 1;
-    ExactBuf fit(need), shortb(need - 1);
-    char *r = Inet_NtoP(af, addr, reinterpret_cast<char *>(fit.p), need);
-    if (r != reinterpret_cast<char *>(fit.p) || strcmp(r, ref) != 0)
-        return ::testing::AssertionFailure()
-               << "af " << af << " " << hex(addr, 16) << ": ours \"" << (r ? r : "(null)")
-               << "\", C library \"" << ref << "\"";
-    std::string before = shortb.bytes();
-    if (Inet_NtoP(af, addr, reinterpret_cast<char *>(shortb.p), static_cast<unsigned>(need - 1)) !=
-            nullptr ||
-        shortb.bytes() != before)
-        return ::testing::AssertionFailure() << "one byte short accepted for " << ref;
+    if (hi == 0) {
+        char ref[64];
+        hi = strlen(inet_ntop(af, addr, ref, sizeof ref)) + 1;
+        lo = hi - 1;
+    }
+    for (size_t size = lo; size <= hi; ++size) {
+        Heap ours(size ? size : 1, 'X'), theirs(size ? size : 1, 'X');
+        const char *r1 = Inet_NtoP(af, addr, ours.data(), static_cast<unsigned>(size));
+        const char *r2 = inet_ntop(af, addr, theirs.data(), static_cast<socklen_t>(size));
+        if ((r1 == nullptr) != (r2 == nullptr) || (r1 && r1 != ours.data()) || ours != theirs)
+            return ::testing::AssertionFailure()
+                   << "af " << af << " " << hex(addr, af == AF_INET ? 4 : 16) << " size " << size
+                   << ": ours \"" << std::string(ours.begin(), ours.end()) << "\", C library \""
+                   << std::string(theirs.begin(), theirs.end()) << "\"";
+    }
     return ::testing::AssertionSuccess();
-}
-
-// ---- Generators ---------------------------------------------------------------------------
-
-std::string group_text(unsigned g, bool pad, bool upper)
-{
-    char b[8];
-    snprintf(b, sizeof b, pad ? (upper ? "%04X" : "%04x") : (upper ? "%X" : "%x"), g);
-    return b;
 }
 
 std::string dotted(const unsigned char *b)
@@ -113,7 +82,7 @@ std::string dotted(const unsigned char *b)
 }
 
 // Every legal spelling of one address that these choices reach: "::" over any run of zero
-// groups (or none), padded or bare groups, upper or lower case, dotted tail or not.
+// groups (or none), padded or bare groups, upper, lower or mixed case, dotted tail or not.
 std::vector<std::string> spellings(const unsigned char *a, std::mt19937 &rng)
 {
     unsigned g[8];
@@ -127,307 +96,186 @@ std::vector<std::string> spellings(const unsigned char *a, std::mt19937 &rng)
     for (auto run : runs) {
         for (int tail = 0; tail < 2; ++tail) {
             int groups = tail ? 6 : 8;
-            if (run.first >= groups)
-                continue;
-            if (run.first >= 0 && run.first + run.second > groups)
+            if (run.first >= groups || (run.first >= 0 && run.first + run.second > groups))
                 continue;
             std::string s;
-            bool pad = rng() & 1;
-            bool upper = rng() & 1;
-            bool mixed = (rng() & 3) == 0;
+            const char *fmt = (rng() & 1) ? "%04x" : "%x";
+            unsigned caseBits = rng() % 3; // 0 lower, 1 upper, 2 mixed
             for (int i = 0; i < groups; ++i) {
-                if (run.first >= 0 && i == run.first) {
+                if (i == run.first) {
                     s += "::";
                     i += run.second - 1;
                     continue;
                 }
                 if (!s.empty() && s.back() != ':')
                     s += ':';
-                std::string t = group_text(g[i], pad, upper);
-                if (mixed)
-                    for (auto &c : t)
-                        if (rng() & 1)
-                            c = static_cast<char>(toupper(c));
+                char t[8];
+                snprintf(t, sizeof t, fmt, g[i]);
+                for (char *c = t; *c; ++c)
+                    if (caseBits == 1 || (caseBits == 2 && (rng() & 1)))
+                        *c = static_cast<char>(toupper(*c));
                 s += t;
             }
-            if (tail) {
-                if (!s.empty() && s.back() != ':')
-                    s += ':';
-                s += dotted(a + 12);
-            }
+            if (tail)
+                s += (s.empty() || s.back() == ':' ? "" : ":") + dotted(a + 12);
             out.push_back(s);
         }
     }
     return out;
 }
 
-void random_addr6(unsigned char *a, std::mt19937 &rng)
-{
-    // Zero groups are common so that compression has something to do.
-    for (int i = 0; i < 8; ++i) {
-        unsigned kind = rng() % 4;
-        unsigned v = kind < 2 ? 0 : kind == 2 ? rng() % 16 : rng() & 0xffff;
-        a[2 * i] = static_cast<unsigned char>(v >> 8);
-        a[2 * i + 1] = static_cast<unsigned char>(v);
-    }
-}
-
-// ::a.b.c.d (IPv4-compatible) or ::ffff:a.b.c.d (IPv4-mapped), keeping the last 4 bytes.
-void make_v4_shape(unsigned char *a, bool mapped)
-{
-    memset(a, 0, 10);
-    a[10] = a[11] = mapped ? 0xff : 0;
-}
-
-const char kAlphabet[] = ":.0123456789abcdefABCDEFgx %/";
-
 std::string mutate(std::string s, std::mt19937 &rng)
 {
-    unsigned edits = 1 + rng() % 3;
-    for (unsigned k = 0; k < edits; ++k) {
+    static const char kAlphabet[] = ":.0123456789abcdefABCDEFgx %/";
+    for (unsigned k = 0, edits = 1 + rng() % 3; k < edits; ++k) {
         size_t pos = s.empty() ? 0 : rng() % (s.size() + 1);
         char c = kAlphabet[rng() % (sizeof kAlphabet - 1)];
-        switch (rng() % 4) {
-        case 0:
-            if (!s.empty() && pos < s.size())
-                s.erase(pos, 1);
-            break;
-        case 1:
+        unsigned op = rng() % 4;
+        if (op == 1)
             s.insert(pos, 1, c);
-            break;
-        case 2:
-            if (pos < s.size())
-                s[pos] = c;
-            break;
-        default:
-            if (pos < s.size())
-                s.insert(pos, 1, s[pos]);
-            break;
-        }
+        else if (pos < s.size())
+            op == 0   ? s.erase(pos, 1)
+            : op == 2 ? s.replace(pos, 1, 1, c)
+                      : s.insert(pos, 1, s[pos]);
     }
     return s;
 }
 
-// All texts of up to maxLen characters over a small alphabet.
-void all_texts(const std::string &alphabet, size_t maxLen, std::vector<std::string> &out)
+// Every text of up to maxLen characters over a small alphabet.
+std::vector<std::string> all_texts(const std::string &alphabet, size_t maxLen)
 {
-    std::vector<std::string> level{""};
-    out.push_back("");
-    for (size_t len = 1; len <= maxLen; ++len) {
-        std::vector<std::string> next;
-        for (const auto &s : level)
+    std::vector<std::string> out{""};
+    for (size_t from = 0, len = 1; len <= maxLen; ++len) {
+        size_t to = out.size();
+        for (size_t i = from; i < to; ++i)
             for (char c : alphabet)
-                next.push_back(s + c);
-        out.insert(out.end(), next.begin(), next.end());
-        level.swap(next);
+                out.push_back(out[i] + c);
+        from = to;
     }
+    return out;
 }
 
 } // namespace
 
-// ---- IPv4 parsing ---------------------------------------------------------------------------
-
-TEST(InetText, Ipv4TableOfForms)
+TEST(InetText, Ipv4ParseMatchesTheCLibrary)
 {
-    // The C library's answer is the expected one; the texts are the hard cases.
-    const char *texts[] = {"0.0.0.0",   "255.255.255.255", "1.2.3.4",   "01.2.3.4",
-                           "1.2.3.04",  "00.0.0.0",        "256.1.1.1", "1.2.3.256",
-                           "1.2.3",     "1.2.3.4.5",       "1.2.3.4.",  ".1.2.3.4",
-                           "1..2.3",    "1.2.3.4 ",        " 1.2.3.4",  "1.2.3.4a",
-                           "0x1.2.3.4", "1234.1.1.1",      "",          "1.2.3.-4",
-                           "+1.2.3.4",  "999.999.999.999", "1.2.3.4\n", "192.168.001.010"};
-    for (const char *t : texts)
+    const char *hard[] = {"0.0.0.0",   "255.255.255.255", "01.2.3.4", "1.2.3.04",  "00.0.0.0",
+                          "256.1.1.1", "1.2.3.256",       "1.2.3",    "1.2.3.4.5", "1.2.3.4.",
+                          ".1.2.3.4",  "1..2.3",          "1.2.3.4 ", " 1.2.3.4",  "1.2.3.4a",
+                          "0x1.2.3.4", "1234.1.1.1",      "1.2.3.-4", "+1.2.3.4",  "1.2.3.4\n"};
+    for (const char *t : hard)
         EXPECT_TRUE(same_parse(AF_INET, t));
-}
-
-TEST(InetText, Ipv4ShortTextsExhaustive)
-{
-    std::vector<std::string> texts;
-    all_texts("0.19a", 8, texts);
-    for (const auto &t : texts)
+    for (const auto &t : all_texts("0.19a", 8))
         ASSERT_TRUE(same_parse(AF_INET, t));
-}
-
-TEST(InetText, Ipv4RandomAndMutated)
-{
     std::mt19937 rng(kSeed);
     for (int i = 0; i < 200000; ++i) {
         unsigned char b[4];
         for (auto &x : b)
             x = static_cast<unsigned char>(rng());
-        std::string valid = dotted(b);
-        ASSERT_TRUE(same_parse(AF_INET, valid));
-        ASSERT_TRUE(same_parse(AF_INET, mutate(valid, rng)));
+        ASSERT_TRUE(same_parse(AF_INET, dotted(b)));
+        ASSERT_TRUE(same_parse(AF_INET, mutate(dotted(b), rng)));
     }
 }
 
-// ---- IPv6 parsing ---------------------------------------------------------------------------
-
-TEST(InetText, Ipv6TableOfForms)
+TEST(InetText, Ipv6ParseMatchesTheCLibrary)
 {
-    // The C library's answer is the expected one; the texts are the hard cases.
-    const char *texts[] = {"::",
-                           "::1",
-                           "1::",
-                           "1:2:3:4:5:6:7:8",
-                           "1:2:3:4:5:6:7::",
-                           "::2:3:4:5:6:7:8",
-                           "1:2:3:4:5:6:7:8::",
-                           "::1:2:3:4:5:6:7:8",
-                           "1:2:3:4:5:6:7",
-                           "1:2:3:4:5:6:7:8:9",
-                           "1::2::3",
-                           ":::",
-                           ":1::",
-                           "1:",
-                           ":",
-                           "",
-                           "1::2:",
-                           "FFFF:ffff:FfFf:0:0:0:0:1",
-                           "0000:0000:0000:0000:0000:0000:0000:0001",
-                           "00000::1",
-                           "12345::1",
-                           "::ffff:1.2.3.4",
-                           "::1.2.3.4",
-                           "1:2:3:4:5:6:1.2.3.4",
-                           "1:2:3:4:5:6:7:1.2.3.4",
-                           "1:2:3:4:5:1.2.3.4",
-                           "::ffff:1.2.3",
-                           "::ffff:01.2.3.4",
-                           "::ffff:1.2.3.4:5",
-                           "::1.2.3.4::",
-                           "1.2.3.4",
-                           "1.2.3.4::",
-                           "::a.b.c.d",
-                           "::1a.2.3.4",
-                           "fe80::1%eth0",
-                           "2001:db8::/64",
-                           " ::1",
-                           "::1 ",
-                           "g::1",
-                           "[::1]"};
-    for (const char *t : texts)
+    const char *hard[] = {"1:2:3:4:5:6:7:8::",
+                          "::1:2:3:4:5:6:7:8",
+                          "1::2::3",
+                          ":::",
+                          ":1::",
+                          "1::2:",
+                          "00000::1",
+                          "12345::1",
+                          "::ffff:1.2.3",
+                          "::ffff:01.2.3.4",
+                          "::1.2.3.4::",
+                          "1.2.3.4",
+                          "::ffff:1.2.3.4:5",
+                          "1.2.3.4::",
+                          "::a.b.c.d",
+                          "::1a.2.3.4",
+                          "fe80::1%eth0",
+                          "2001:db8::/64",
+                          " ::1",
+                          "::1 ",
+                          "g::1",
+                          "[::1]",
+                          "FFFF:ffff:FfFf::1"};
+    for (const char *t : hard)
         EXPECT_TRUE(same_parse(AF_INET6, t));
+    for (const auto &t : all_texts(":.01fG", 7))
+        ASSERT_TRUE(same_parse(AF_INET6, t));
+    // n groups of 1 to 5 digits with "::" in every position, with and without a dotted tail.
+    for (int n = 0; n <= 9; ++n)
+        for (int gapAt = -1; gapAt <= n; ++gapAt)
+            for (int digits = 1; digits <= 5; ++digits)
+                for (int tail = 0; tail < 2; ++tail) {
+                    std::string s;
+                    for (int i = 0; i <= n; ++i) {
+                        s += i == gapAt ? "::" : i > 0 ? ":" : "";
+                        if (i < n)
+                            s += std::string(static_cast<size_t>(digits - 1), '0') + "a";
+                    }
+                    ASSERT_TRUE(same_parse(AF_INET6, tail ? s + "9.8.7.6" : s));
+                }
 }
 
 TEST(InetText, Ipv6EverySpellingOfGeneratedAddresses)
 {
     std::mt19937 rng(kSeed);
     size_t checked = 0;
-    for (int i = 0; i < 20000; ++i) {
+    for (int i = 0; i < 30000; ++i) {
         unsigned char a[16];
-        random_addr6(a, rng);
-        if (i % 10 == 0)
-            make_v4_shape(a, i % 20 == 0);
+        for (int k = 0; k < 8; ++k) { // zero groups are common, so "::" has work to do
+            unsigned kind = rng() % 4;
+            unsigned v = kind < 2 ? 0 : kind == 2 ? rng() % 16 : rng() & 0xffff;
+            a[2 * k] = static_cast<unsigned char>(v >> 8);
+            a[2 * k + 1] = static_cast<unsigned char>(v);
+        }
+        if (i % 10 == 0) { // ::a.b.c.d and ::ffff:a.b.c.d
+            memset(a, 0, 10);
+            a[10] = a[11] = i % 20 == 0 ? 0xff : 0;
+        }
         for (const auto &s : spellings(a, rng)) {
-            ExactText src(s);
-            ExactBuf out(16);
-            ASSERT_EQ(1, Inet_PtoN(AF_INET6, src.p, out.p)) << s;
-            ASSERT_EQ(hex(a, 16), hex(out.p, 16)) << s;
-            ASSERT_TRUE(same_parse(AF_INET6, s));
+            Heap src = heap_text(s), out(16);
+            ASSERT_EQ(1, Inet_PtoN(AF_INET6, src.data(), out.data())) << s;
+            ASSERT_EQ(hex(a, 16), hex(out.data(), 16)) << s;
+            ASSERT_TRUE(same_parse(AF_INET6, mutate(s, rng)));
             ++checked;
         }
     }
     EXPECT_GT(checked, 100000u);
 }
 
-TEST(InetText, Ipv6MutatedSpellings)
+TEST(InetText, FormatMatchesTheCLibrary)
 {
-    std::mt19937 rng(kSeed + 1);
-    for (int i = 0; i < 30000; ++i) {
-        unsigned char a[16];
-        random_addr6(a, rng);
-        for (const auto &s : spellings(a, rng))
-            ASSERT_TRUE(same_parse(AF_INET6, mutate(s, rng)));
-    }
-}
-
-TEST(InetText, Ipv6ShortTextsExhaustive)
-{
-    std::vector<std::string> texts;
-    all_texts(":.01fG", 7, texts);
-    for (const auto &t : texts)
-        ASSERT_TRUE(same_parse(AF_INET6, t));
-}
-
-TEST(InetText, Ipv6GroupCountsAndGapPositions)
-{
-    // n groups of 1 to 5 digits with "::" in every position, with and without a tail.
-    for (int n = 0; n <= 9; ++n) {
-        for (int gapAt = -1; gapAt <= n; ++gapAt) {
-            for (int digits = 1; digits <= 5; ++digits) {
-                for (int tail = 0; tail < 2; ++tail) {
-                    std::string s;
-                    for (int i = 0; i <= n; ++i) {
-                        if (i == gapAt)
-                            s += "::";
-                        else if (i > 0)
-                            s += ':';
-                        if (i < n)
-                            s += std::string(static_cast<size_t>(digits - 1), '0') + "a";
-                    }
-                    if (tail)
-                        s += "9.8.7.6";
-                    ASSERT_TRUE(same_parse(AF_INET6, s));
-                }
-            }
-        }
-    }
-}
-
-// ---- Formatting -----------------------------------------------------------------------------
-
-TEST(InetText, Ipv4FormatMatches)
-{
-    unsigned char b[4];
-    for (unsigned v = 0; v < 256; ++v) { // every part value in every position
+    unsigned char b[16];
+    for (unsigned v = 0; v < 256; ++v) // every part value in every position
         for (int pos = 0; pos < 4; ++pos) {
             memset(b, 0, 4);
             b[pos] = static_cast<unsigned char>(v);
             ASSERT_TRUE(same_format(AF_INET, b));
         }
-    }
-}
-
-TEST(InetText, Ipv6FormatEveryZeroPattern)
-{
     std::mt19937 rng(kSeed + 4);
-    // Every pattern of zero groups, with random, small and large non-zero groups.
-    for (unsigned pattern = 0; pattern < 256; ++pattern) {
+    // Every pattern of zero groups, with small, largest and random non-zero groups, and the
+    // same with the shapes that print a dotted tail.
+    for (unsigned pattern = 0; pattern < 256; ++pattern)
         for (int k = 0; k < 200; ++k) {
-            unsigned char a[16];
             for (int i = 0; i < 8; ++i) {
                 unsigned v = 0;
                 if (pattern & (1u << i))
                     v = k % 3 == 0 ? 1 + rng() % 15 : k % 3 == 1 ? 0xffff : 1 + rng() % 0xffff;
-                a[2 * i] = static_cast<unsigned char>(v >> 8);
-                a[2 * i + 1] = static_cast<unsigned char>(v);
+                b[2 * i] = static_cast<unsigned char>(v >> 8);
+                b[2 * i + 1] = static_cast<unsigned char>(v);
             }
-            ASSERT_TRUE(same_format(AF_INET6, a));
-            // The same with the shapes that end in a dotted tail.
-            make_v4_shape(a, k & 1);
-            ASSERT_TRUE(same_format(AF_INET6, a));
+            ASSERT_TRUE(same_format(AF_INET6, b));
+            memset(b, 0, 10);
+            b[10] = b[11] = (k & 1) ? 0xff : 0;
+            ASSERT_TRUE(same_format(AF_INET6, b));
         }
-    }
-}
-
-TEST(InetText, FormatterSizesAroundTheText)
-{
-    // Every size from 0 to one past the text: null exactly when the C library gives null,
-    // and a refused call leaves the buffer as it was.
     const unsigned char v4[4] = {255, 255, 255, 255};
     const unsigned char v6[16] = {0xff, 0xff, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
-    struct Case {
-        int af;
-        const unsigned char *addr;
-    } cases[] = {{AF_INET, v4}, {AF_INET6, v6}};
-    for (const auto &c : cases) {
-        for (unsigned size = 0; size < 48; ++size) {
-            ExactBuf ours(size), theirs(size);
-            const char *r1 = Inet_NtoP(c.af, c.addr, reinterpret_cast<char *>(ours.p), size);
-            const char *r2 = inet_ntop(c.af, c.addr, reinterpret_cast<char *>(theirs.p), size);
-            EXPECT_EQ(r1 == nullptr, r2 == nullptr) << "af " << c.af << " size " << size;
-            EXPECT_EQ(theirs.bytes(), ours.bytes()) << "af " << c.af << " size " << size;
-        }
-    }
+    EXPECT_TRUE(same_format(AF_INET, v4, 0, 47));
+    EXPECT_TRUE(same_format(AF_INET6, v6, 0, 47));
 }

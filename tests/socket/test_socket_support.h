@@ -1,5 +1,5 @@
-// What the socket family suites share: descriptors that close themselves, loopback and
-// neighbour endpoints, standard-output capture, TCP counters and a stopwatch.
+// What the socket suite shares: descriptors that close themselves, loopback and neighbour
+// endpoints, standard-output capture, the TCP attempt counter and a stopwatch.
 #pragma once
 
 #include <arpa/inet.h>
@@ -10,7 +10,6 @@
 #include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -18,6 +17,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "sandbox.h"
 
@@ -37,12 +37,7 @@ class Fd
         return *this;
     }
     int get() const { return fd_; }
-    int release()
-    {
-        int fd = fd_;
-        fd_ = -1;
-        return fd;
-    }
+    int release() { return std::exchange(fd_, -1); }
     void reset(int fd = -1)
     {
         if (fd_ >= 0)
@@ -54,47 +49,49 @@ class Fd
     int fd_;
 };
 
-inline struct sockaddr_in ipv4(const char *text, unsigned short port)
-{
-    struct sockaddr_in a;
-    memset(&a, 0, sizeof a);
-    a.sin_family = AF_INET;
-    a.sin_port = htons(port);
-    inet_pton(AF_INET, text, &a.sin_addr);
-    return a;
-}
-
-inline struct sockaddr_in6 ipv6(const char *text, unsigned short port)
+// Either family in one storage, from text ("10.0.0.1" or "::1") and port.
+inline struct sockaddr_in6 addr(const char *text, unsigned short port)
 {
     struct sockaddr_in6 a;
     memset(&a, 0, sizeof a);
-    a.sin6_family = AF_INET6;
-    a.sin6_port = htons(port);
-    inet_pton(AF_INET6, text, &a.sin6_addr);
+    if (strchr(text, ':') == nullptr) {
+        auto *v4 = reinterpret_cast<struct sockaddr_in *>(&a);
+        v4->sin_family = AF_INET;
+        v4->sin_port = htons(port);
+        inet_pton(AF_INET, text, &v4->sin_addr);
+    } else {
+        a.sin6_family = AF_INET6;
+        a.sin6_port = htons(port);
+        inet_pton(AF_INET6, text, &a.sin6_addr);
+    }
     return a;
 }
 
-template <class T> const struct sockaddr *sa(const T &a)
-{
-    return reinterpret_cast<const struct sockaddr *>(&a);
-}
 template <class T> struct sockaddr *sa(T &a)
 {
     return reinterpret_cast<struct sockaddr *>(&a);
 }
-
-// A listening TCP socket on addr (port 0: any); *port gets the port.
-inline Fd listener(const struct sockaddr *addr, socklen_t len, unsigned short *port)
+inline socklen_t len_of(const struct sockaddr_in6 &a)
 {
-    Fd fd(socket(addr->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    return a.sin6_family == AF_INET ? sizeof(sockaddr_in) : sizeof a;
+}
+inline unsigned short port_of(int fd)
+{
+    struct sockaddr_in6 a;
+    socklen_t len = sizeof a;
+    getsockname(fd, sa(a), &len);
+    return ntohs(a.sin6_port); // same offset in both families
+}
+
+// A listening TCP socket at text (port 0: any).
+inline Fd listener(const char *text, unsigned short port = 0)
+{
+    struct sockaddr_in6 a = addr(text, port);
+    Fd fd(socket(a.sin6_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
     int on = 1;
     setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    EXPECT_EQ(0, bind(fd.get(), addr, len)) << strerror(errno);
+    EXPECT_EQ(0, bind(fd.get(), sa(a), len_of(a))) << text << ": " << strerror(errno);
     EXPECT_EQ(0, listen(fd.get(), 8)) << strerror(errno);
-    struct sockaddr_in6 bound;
-    socklen_t blen = sizeof bound;
-    getsockname(fd.get(), sa(bound), &blen);
-    *port = ntohs(bound.sin6_port); // same offset in both families
     return fd;
 }
 
@@ -102,14 +99,11 @@ inline Fd listener(const struct sockaddr *addr, socklen_t len, unsigned short *p
 class ClosedPort
 {
   public:
-    ClosedPort()
+    ClosedPort() : holder_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
     {
-        struct sockaddr_in a = ipv4("127.0.0.1", 0);
-        holder_.reset(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        bind(holder_.get(), sa(a), sizeof a);
-        socklen_t len = sizeof a;
-        getsockname(holder_.get(), sa(a), &len);
-        port_ = ntohs(a.sin_port);
+        struct sockaddr_in6 a = addr("127.0.0.1", 0);
+        bind(holder_.get(), sa(a), len_of(a));
+        port_ = port_of(holder_.get());
     }
     unsigned short port() const { return port_; }
 
@@ -118,33 +112,15 @@ class ClosedPort
     unsigned short port_ = 0;
 };
 
-// A port number free on 127.0.0.1 right now.
-inline unsigned short free_port()
-{
-    return ClosedPort().port();
-}
-
-// A connected TCP pair over loopback: client and the accepted server side.
+// A connected TCP pair: client and the accepted server side. With a peer, the client
+// lives in the neighbour's namespace and connects to here.
 struct TcpPair {
     Fd client;
     Fd server;
 };
 
-inline TcpPair tcp_pair()
-{
-    unsigned short port = 0;
-    struct sockaddr_in any = ipv4("127.0.0.1", 0);
-    Fd l = listener(sa(any), sizeof any, &port);
-    struct sockaddr_in to = ipv4("127.0.0.1", port);
-    TcpPair p;
-    p.client.reset(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    EXPECT_EQ(0, connect(p.client.get(), sa(to), sizeof to));
-    p.server.reset(accept4(l.get(), nullptr, nullptr, SOCK_CLOEXEC));
-    return p;
-}
-
-// A socket that lives in the neighbour's network namespace (made by a thread that enters it;
-// the socket keeps that namespace for good).
+// A socket in the neighbour's network namespace (made by a thread that enters it; the socket
+// keeps that namespace for good).
 inline Fd socket_in(const sandbox::Peer &peer, int domain, int type)
 {
     int fd = -1;
@@ -158,6 +134,28 @@ inline Fd socket_in(const sandbox::Peer &peer, int domain, int type)
     });
     t.join();
     return Fd(fd);
+}
+
+inline TcpPair tcp_pair(const char *here = "127.0.0.1", const sandbox::Peer *peer = nullptr)
+{
+    Fd l = listener(here);
+    struct sockaddr_in6 to = addr(here, port_of(l.get()));
+    TcpPair p;
+    p.client = peer ? socket_in(*peer, to.sin6_family, SOCK_STREAM)
+                    : Fd(socket(to.sin6_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    EXPECT_EQ(0, connect(p.client.get(), sa(to), len_of(to))) << strerror(errno);
+    p.server.reset(accept4(l.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    return p;
+}
+
+// A neighbour's socket listening at text.
+inline Fd neighbour_listener(const sandbox::Peer &peer, const char *text, unsigned short port)
+{
+    struct sockaddr_in6 a = addr(text, port);
+    Fd l = socket_in(peer, a.sin6_family, SOCK_STREAM);
+    EXPECT_EQ(0, bind(l.get(), sa(a), len_of(a))) << strerror(errno);
+    EXPECT_EQ(0, listen(l.get(), 16));
+    return l;
 }
 
 // A veth link to a neighbour: "eth0" here (10.9.0.1/24, 2001:db8:9::1/64) and "peer0" there
@@ -177,48 +175,53 @@ class NeighbourLink : public ::testing::Test
     sandbox::Peer peer_;
 };
 
-// Standard output of this process while it lives (the C library's buffer included).
+// Standard output of this process while it lives (the C library's buffer included), with
+// every ":line:<digits>:" of the _api family's frames blanked to ":line::".
 class StdoutCapture
 {
   public:
-    StdoutCapture()
+    StdoutCapture() : saved_(dup(STDOUT_FILENO)), file_(tmpfile())
     {
         fflush(stdout);
-        saved_ = dup(STDOUT_FILENO);
-        FILE *tmp = tmpfile();
-        file_ = tmp;
-        dup2(fileno(tmp), STDOUT_FILENO);
+        dup2(fileno(file_), STDOUT_FILENO);
     }
-    ~StdoutCapture() { stop(); }
+    ~StdoutCapture() { text(); }
     StdoutCapture(const StdoutCapture &) = delete;
     StdoutCapture &operator=(const StdoutCapture &) = delete;
 
-    // Everything printed so far; stops the capture.
+    // Everything printed so far, as printed; stops the capture.
+    const std::string &raw()
+    {
+        if (saved_ >= 0) {
+            fflush(stdout);
+            dup2(saved_, STDOUT_FILENO);
+            close(saved_);
+            saved_ = -1;
+            rewind(file_);
+            char buf[4096];
+            for (size_t n; (n = fread(buf, 1, sizeof buf, file_)) > 0;)
+                raw_.append(buf, n);
+            fclose(file_);
+        }
+        return raw_;
+    }
     std::string text()
     {
-        stop();
-        return text_;
+        const std::string &t = raw();
+        std::string out;
+        size_t from = 0;
+        for (size_t at; (at = t.find(":line:", from)) != std::string::npos;) {
+            out.append(t, from, at + 6 - from);
+            for (from = at + 6; from < t.size() && isdigit(static_cast<unsigned char>(t[from]));)
+                ++from;
+        }
+        return out + t.substr(from);
     }
 
   private:
-    void stop()
-    {
-        if (saved_ < 0)
-            return;
-        fflush(stdout);
-        dup2(saved_, STDOUT_FILENO);
-        close(saved_);
-        saved_ = -1;
-        rewind(file_);
-        char buf[4096];
-        size_t n;
-        while ((n = fread(buf, 1, sizeof buf, file_)) > 0)
-            text_.append(buf, n);
-        fclose(file_);
-    }
-    int saved_ = -1;
-    FILE *file_ = nullptr;
-    std::string text_;
+    int saved_;
+    FILE *file_;
+    std::string raw_;
 };
 
 // The _api family's framed diagnostic, as printed, with the line number left blank.
@@ -226,22 +229,6 @@ inline std::string api_frame(const std::string &func, const std::string &msg)
 {
     return "\n\n=======src/socketapi.cpp: " + func + ":line::===========\n" + msg +
            std::string(44, '*') + "\n\n";
-}
-
-// The printed text with every ":line:<digits>:" blanked to ":line::".
-inline std::string without_api_lines(const std::string &text)
-{
-    static const std::string kMark = ":line:";
-    std::string out;
-    size_t from = 0;
-    for (size_t at; (at = text.find(kMark, from)) != std::string::npos;) {
-        size_t end = at + kMark.size();
-        while (end < text.size() && isdigit(static_cast<unsigned char>(text[end])))
-            ++end;
-        out.append(text, from, at + kMark.size() - from);
-        from = end;
-    }
-    return out + text.substr(from);
 }
 
 // The namespace's count of TCP connection attempts (SYNs sent by connect).
@@ -277,6 +264,14 @@ class Stopwatch
 inline bool is_nonblocking(int fd)
 {
     return (fcntl(fd, F_GETFL) & O_NONBLOCK) != 0;
+}
+
+inline int sockopt(int fd, int level, int name)
+{
+    int v = -1;
+    socklen_t len = sizeof v;
+    getsockopt(fd, level, name, &v, &len);
+    return v;
 }
 
 } // namespace socktest

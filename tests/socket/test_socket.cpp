@@ -1,0 +1,964 @@
+// The three socket families (Socket_, _api, the utility calls) on real sockets: loopback, and
+// a neighbour namespace behind a veth link. Calls of different families that take the same
+// path share a table; their results differ (1, -1, print counts) and the tables say so.
+#include <net/if.h>
+#include <netdb.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "libnetwork.h"
+#include "test_socket_support.h"
+
+using sandbox::expect_line;
+using sandbox::LogCapture;
+using namespace socktest;
+
+using SocketNet = NeighbourLink;
+
+namespace
+{
+
+// Results of calls that print: the print's character count stands for the result.
+constexpr int kPrintCount = 1000000;
+
+std::string maddr()
+{
+    return sandbox::sh_out("ip maddr show dev eth0");
+}
+
+} // namespace
+
+// ---- Reads and writes ----------------------------------------------------------------------
+
+TEST(Socket, ExactReadsAndWritesMoveWholeBuffers)
+{
+    REQUIRE_SANDBOX();
+    sandbox::FdCheck fds;
+    struct Case {
+        const char *what;
+        std::function<int(int, char *, int)> write, read;
+    } cases[] = {
+        {"Socket_", [](int s, char *b, int n) { return Socket_Write(s, b, n); },
+         [](int s, char *b, int n) { return Socket_Readn(s, b, n); }},
+        {"ftp", [](int s, char *b, int n) { return Socket_WritetoFtp(s, b, n); },
+         [](int s, char *b, int n) { return Socket_Readn(s, b, n); }},
+        {"util", [](int s, char *b, int n) { return writen(s, b, n); },
+         [](int s, char *b, int n) { return readn(s, b, n); }},
+        {"rtsp", [](int s, char *b, int n) { return rtspserver_writen(s, b, n); },
+         [](int s, char *b, int n) { return readn(s, b, n); }},
+        {"_api", [](int s, char *b, int n) { return writen_api(s, b, n); },
+         [](int s, char *b, int n) { return readn_api(s, b, n); }},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        TcpPair p = tcp_pair();
+        std::vector<char> out(200000), in(200000);
+        for (size_t i = 0; i < out.size(); ++i)
+            out[i] = static_cast<char>(i * 7);
+        std::thread reader([&] { EXPECT_EQ(200000, c.read(p.server.get(), in.data(), 200000)); });
+        EXPECT_EQ(200000, c.write(p.client.get(), out.data(), 200000));
+        reader.join();
+        EXPECT_EQ(out, in);
+        // A peer that closes early: what came is the count, at once.
+        ASSERT_EQ(3, write(p.client.get(), "abc", 3));
+        p.client.reset();
+        Stopwatch sw;
+        EXPECT_EQ(3, c.read(p.server.get(), in.data(), 8));
+        EXPECT_LT(sw.ms(), sandbox::kLateMs);
+        EXPECT_EQ(0, memcmp(in.data(), "abc", 3));
+    }
+}
+
+// Each pass waits 10 s for more: a quiet peer costs the partial data in one family only.
+TEST_F(SocketNet, ReadsGiveUpOnAQuietPeer)
+{
+    sandbox::FdCheck fds;
+    struct Case {
+        const char *what;
+        std::function<int(int, char *)> read;
+        int result;
+    } cases[] = {
+        {"Socket_Readn drops what came", [](int s, char *b) { return Socket_Readn(s, b, 8); }, -1},
+        {"readn answers it", [](int s, char *b) { return readn(s, b, 8); }, 3},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        TcpPair p = tcp_pair("10.9.0.1", &peer_);
+        ASSERT_EQ(3, write(p.client.get(), "abc", 3));
+        char buf[8] = {0};
+        Stopwatch sw;
+        EXPECT_EQ(c.result, c.read(p.server.get(), buf));
+        EXPECT_GE(sw.ms(), 9900);
+        EXPECT_LT(sw.ms(), 10000 + sandbox::kLateMs);
+    }
+}
+
+TEST(Socket, SendDataInSmallPacketsChunks)
+{
+    REQUIRE_SANDBOX();
+    sandbox::FdCheck fds;
+    struct Case {
+        unsigned len, chunk;
+        std::vector<int> pieces;
+    } cases[] = {{10, 4, {4, 4, 2}}, {8, 4, {4, 4}}, {3, 10, {3}}, {3, 1, {1, 1, 1}}};
+    const char data[] = "0123456789";
+    for (const Case &c : cases) {
+        int sv[2];
+        ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sv));
+        Fd a(sv[0]), b(sv[1]);
+        EXPECT_EQ(static_cast<int>(c.len), send_data_insmall_packet(a.get(), data, c.len, c.chunk));
+        std::vector<int> got;
+        std::string all;
+        char buf[32];
+        for (ssize_t n; (n = recv(b.get(), buf, sizeof buf, MSG_DONTWAIT)) > 0;) {
+            got.push_back(static_cast<int>(n));
+            all.append(buf, static_cast<size_t>(n));
+        }
+        EXPECT_EQ(c.pieces, got) << c.len << "/" << c.chunk;
+        EXPECT_EQ(std::string(data, c.len), all);
+        b.reset();
+        EXPECT_EQ(0, send_data_insmall_packet(a.get(), data, 10, 4)); // the first piece fails
+    }
+}
+
+// Refused input: -1, 0 or 1 as each call has it, without touching the kernel.
+TEST(Socket, BadInput)
+{
+    REQUIRE_SANDBOX();
+    sandbox::FdCheck fds;
+    TcpPair p = tcp_pair();
+    Fd u(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const int s = p.client.get(), r = p.server.get();
+    char buf[8] = {0};
+    struct sockaddr_in6 to = addr("127.0.0.1", 1), from, unixFamily;
+    memset(&unixFamily, 0, sizeof unixFamily);
+    unixFamily.sin6_family = AF_UNIX;
+    struct sockaddr_in group;
+    memcpy(&group, &to, sizeof group);
+    unsigned short port = 1;
+    int iPort = 1, sock = 0;
+    NetPeerAddr peer;
+    struct Case {
+        int result;
+        std::function<int()> call;
+    } cases[] = {
+        {-1, [&] { return readn(0, buf, 4); }},
+        {-1, [&] { return readn(r, nullptr, 4); }},
+        {-1, [&] { return readn(r, buf, 0); }},
+        {-1, [&] { return writen(-2, buf, 4); }},
+        {-1, [&] { return writen(s, nullptr, 4); }},
+        {-1, [&] { return writen(s, buf, -1); }},
+        {0, [&] { return writen(s, buf, 0); }},
+        {-1, [&] { return rtspserver_writen(0, buf, 4); }},
+        {-1, [&] { return rtspserver_writen(s, buf, -1); }},
+        {0, [&] { return send_data_insmall_packet(-1, buf, 8, 4); }},
+        {0, [&] { return send_data_insmall_packet(s, nullptr, 8, 4); }},
+        {0, [&] { return send_data_insmall_packet(s, buf, 0, 4); }},
+        {0, [&] { return send_data_insmall_packet(s, buf, 8, 0); }},
+        {-1, [&] { return Socket_SendTo(u.get(), "x", -1, sa(to)); }}, // never past the buffer
+        {-1, [&] { return socket_sendto(u.get(), "abc", -3, sa(to)); }},
+        {-1, [&] { return Socket_RecvFrom(3, buf, 0, sa(from)); }},
+        {-1, [&] { return Socket_RecvFrom(3, buf, 4, nullptr); }},
+        {-1, [&] { return socket_recvfrom(u.get(), nullptr, 8, sa(from)); }},
+        {-1, [&] { return socket_recvfrom(u.get(), buf, 0, sa(from)); }},
+        {-1, [&] { return socket_recvfrom(-1, buf, 8, sa(from)); }},
+        {1, [&] { return Socket_Bind(3, nullptr); }},
+        {1, [&] { return Socket_Bind(3, sa(unixFamily)); }},
+        {-1, [&] { return socket_bind(u.get(), nullptr); }},
+        {-1, [&] { return socket_bind(u.get(), sa(unixFamily)); }},
+        {-1, [] { return socket_create(12345, SOCK_DGRAM, 0); }},
+        {-1, [&] { return socket_listen(u.get(), 1); }},
+        {-1, [&] { return set_socket_keeplive(u.get(), 1, 10, 4, 2); }}, // the last is TCP's
+        {-1, [&] { return socket_connect_withtimeout(s, nullptr, 100); }},
+        {-1, [&] { return socket_connect_withtimeout(-1, sa(to), 100); }},
+        {-1, [&] { return connect_with_timeout(s, nullptr, 16, nullptr); }},
+        {-1, [&] { return socket_accept_with_timeout(0, sa(from), 10); }},
+        {-1, [] { return ip_connect_withtimeout(nullptr, 80, 100); }},
+        {1, [&] { return Socket_TcpCliCom(nullptr, &iPort, &sock, 1); }},
+        {1, [&] { return Socket_TcpCliCom("127.0.0.1", nullptr, &sock, 1); }},
+        {1, [&] { return Socket_TcpCliCom("127.0.0.1", &iPort, nullptr, 1); }},
+        {-1, [&] { return tcp_cli_com(nullptr, &port, &sock, 1); }},
+        {-1, [&] { return tcp_cli_com("127.0.0.1", nullptr, &sock, 1); }},
+        {-1, [&] { return tcp_cli_com("127.0.0.1", &port, nullptr, 1); }},
+        {-1, [&] { return tcp_cli_com_enhance("127.0.0.1", nullptr, &sock, 1); }},
+        {-1, [] { return tcp_bind_connect(nullptr, 9000, "127.0.0.1", 0, 0); }},
+        // A local address is required: without a usable one every bind fails.
+        {-1, [] { return tcp_bind_connect("127.0.0.1", 9000, "not-an-address", 0, 0); }},
+        {-1, [] { return tcp_bind_connect("127.0.0.1", 9000, nullptr, 0, 0); }},
+        {-1, [] { return tcp_bind_connect("127.0.0.1", 9000, "10.9.0.300", 0, 0); }},
+        {-1, [] { return udp_bind_connect("127.0.0.1", 9000, "", 0); }},
+        {-1, [] { return udp_bind_connect("127.0.0.1", 9000, nullptr, 0); }},
+        {-1, [&] { return get_peer_addr(3, nullptr); }},
+        {-1, [&] { return get_peer_addr(u.get(), &peer); }}, // not connected
+        {-1, [&] { return mcast_join(0, &group, 16); }},
+        {-1, [&] { return mcast_join(u.get(), nullptr, 16); }},
+        {-1, [&] { return mcast_join(u.get(), &group, 0); }},
+        {-1, [&] { return mcast_join_ex(0, sa(group), "eth0"); }},
+        {-1, [&] { return mcast_join_ex(u.get(), nullptr, "eth0"); }},
+        {-1, [&] { return mcast_leave(u.get(), nullptr, 0); }},
+        {-1, [&] { return mcast_leave_ex(0, sa(group)); }},
+        {-1, [&] { return mcast_leave_ex(u.get(), nullptr); }},
+        {-1, [&] { return kv_div_string(nullptr, "=", ";", buf, 3); }},
+        {-1, [&] { return kv_div_string(buf, nullptr, ";", buf, 3); }},
+        {-1, [&] { return kv_div_string(buf, "=", nullptr, buf, 3); }},
+        {-1, [&] { return kv_div_string(buf, "=", ";", nullptr, 3); }},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(&c - cases);
+        EXPECT_EQ(c.result, c.call());
+    }
+    shutdown(s, SHUT_WR);
+    EXPECT_EQ(-1, writen(s, "x", 1)); // EPIPE, and no SIGPIPE
+}
+
+// The Socket_ family's failures and the lines log readers match, with their levels.
+TEST(Socket, SocketLogLines)
+{
+    REQUIRE_SANDBOX();
+    sandbox::FdCheck fds;
+    TcpPair p = tcp_pair(), shut = tcp_pair();
+    shutdown(shut.client.get(), SHUT_WR);
+    ASSERT_EQ(2, write(p.client.get(), "xy", 2));
+    int pfd[2];
+    ASSERT_EQ(0, pipe2(pfd, O_CLOEXEC));
+    Fd rd(pfd[0]), wr(pfd[1]);
+    ASSERT_EQ(1, write(wr.get(), "x", 1)); // readable, but not a socket
+    Fd udp(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    Fd listening = listener("127.0.0.1");
+    ClosedPort closed;
+    struct sockaddr_in6 to = addr("127.0.0.1", closed.port()), any;
+    unsigned int alen = sizeof any;
+    int v = 1;
+    unsigned int vlen = sizeof v;
+    char buf[16] = "RETR file\r\n";
+    uint32_t out = 0;
+    unsigned char b6[16];
+    const std::string conPara = "\"connect_with_timeout para error\\n\"";
+    const std::string accPara = "\"socket_accept_with_timeout: param err.\\n\"";
+    struct Line {
+        const char *func;
+        std::string msg;
+        int level;
+    };
+    struct Case {
+        std::function<int()> call;
+        int result;
+        std::vector<Line> lines;
+    } cases[] = {
+        {[&] { return Socket_Readn(p.server.get(), nullptr, 4); },
+         -1,
+         {{"Socket_Readn", "\"recv errno 14\"", 7}}},
+        {[&] { return Socket_Write(shut.client.get(), buf, 1); },
+         -1, // and no SIGPIPE
+         {{"Socket_Write", "\"Send() error, 0x20\\n\"", 7}}},
+        // Not a socket: the option fails and the write goes on to fail in send.
+        {[&] { return Socket_WritetoFtp(wr.get(), buf, 11); },
+         -1,
+         {{"Socket_WritetoFtp", "\"setsockopt error 88\"", 7},
+          {"Socket_Write", "\"Send() error, 0x58\\n\"", 7}}},
+        {[&] { return Socket_WritetoFtp(-1, buf, 11); },
+         -1,
+         {{"Socket_WritetoFtp", "\"setsockopt error 9\"", 7},
+          {"Socket_WritetoFtp", "\"select failed 9\\n\"", 7}}},
+        {[&] { return Socket_ConnectwithTimeout(udp.get(), nullptr, 100); },
+         1,
+         {{"Socket_ConnectwithTimeout", conPara, 7}}},
+        {[&] { return Socket_ConnectwithTimeout(-1, sa(to), 100); },
+         1,
+         {{"Socket_ConnectwithTimeout", conPara, 7}}},
+        {[&] { return Socket_AcceptWithTimeout(0, nullptr, 10); },
+         -1,
+         {{"Socket_AcceptWithTimeout", accPara, 7}}},
+        {[&] { return Socket_AcceptWithTimeout(-4, nullptr, 10); },
+         -1,
+         {{"Socket_AcceptWithTimeout", accPara, 7}}},
+        {[&] { return Socket_AcceptWithTimeout(listening.get(), nullptr, 10); },
+         -1,
+         {{"Socket_AcceptWithTimeout", "\"time out.\\n\"", 7}}},
+        {[&] { return Socket_AcceptWithTimeout(rd.get(), sa(any), 10); },
+         -1,
+         {{"Socket_AcceptWithTimeout", "\"socket_accept_with_timeout failed: errno 88\\n\"", 7}}},
+        {[&] { return Socket_AcceptWithTimeout(rd.get(), nullptr, -1); },
+         -1,
+         {{"Socket_AcceptWithTimeout", "\"socket_accept_with_timeout failed NULL: errno 88\\n\"",
+           7}}},
+        {[&] { return Socket_GetSockOpt(-1, SOL_SOCKET, SO_TYPE, &v, &vlen); },
+         1,
+         {{"Socket_GetSockOpt", "\"getsockopt errno 9\"", 7}}},
+        {[&] { return Socket_SetSockOpt(-1, SOL_SOCKET, SO_REUSEADDR, &v, sizeof v); },
+         1,
+         {{"Socket_SetSockOpt", "\"setsockopt error 9\"", 7}}},
+        {[&] { return Socket_GetSockName(-1, sa(any), &alen); },
+         1,
+         {{"Socket_GetSockName", "\"getsockname error\"", 3}}},
+        {[] { return Socket_Close(-1); }, 1, {{"Socket_Close", "\"close error 9\"", 3}}},
+        {[] { return Socket_Create(12345, SOCK_STREAM, 0); },
+         -1,
+         {{"Socket_Create", "\"socket_create failed:errno 97\\n\"", 7}}},
+        {[&] { return Socket_Listen(udp.get(), 5); },
+         -1,
+         {{"Socket_Listen", "\"socket_listen failed: errno 95\\n\"", 7}}},
+        {[&] { return Socket_RecvFrom(-1, buf, 4, sa(any)); },
+         -1,
+         {{"Socket_RecvFrom", "\"socket_recvfrom param failed\\n\"", 7}}},
+        {[] { return Socket_Reuse(-1); }, -1, {}}, // the plain setsockopt result, not 1
+        {[&] { return Is_IpV4Addr(nullptr, &out); },
+         0,
+         {{"Is_IpV4Addr", "\"is_string_ipaddr_ipv4, input is null!\\n\"", 7}}},
+        {[&] { return Is_IpV4Addr("", &out); }, 0, {{"Is_IpV4Addr", "\"NULL entry\\n\"", 6}}},
+        {[&] { return Is_IpV4Addr("010.0.0.1", &out); },
+         0,
+         {{"Is_IpV4Addr", "\"The str_ipv4(010.0.0.1) form not accord with IPv4!\\n\"", 7}}},
+        {[] { return Is_IpV6Addr("::1", nullptr); },
+         0,
+         {{"Is_IpV6Addr", "\"is_string_ipaddr_ipv6, input is null!\\n\"", 7}}},
+        {[&] { return Is_IpV6Addr("1.2.3.4", b6); }, 0, {}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(&c - cases);
+        LogCapture log;
+        EXPECT_EQ(c.result, c.call());
+        std::vector<std::pair<int, std::string>> want, got;
+        for (const Line &l : c.lines)
+            want.emplace_back(l.level, expect_line(l.func, l.msg));
+        for (const sandbox::LogLine &l : log.lines())
+            got.emplace_back(l.level, sandbox::without_line(l.text));
+        EXPECT_EQ(want, got);
+    }
+    EXPECT_EQ(0u, out);
+}
+
+// The _api family prints framed diagnostics on standard output; several failures answer
+// with the print's character count, which looks like success.
+TEST(Socket, ApiPrintedLines)
+{
+    REQUIRE_SANDBOX();
+    sandbox::FdCheck fds;
+    TcpPair p = tcp_pair(), shut = tcp_pair(), closing = tcp_pair();
+    ASSERT_EQ(2, write(p.client.get(), "xy", 2));
+    shutdown(shut.client.get(), SHUT_WR);
+    ASSERT_EQ(5, write(closing.client.get(), "hello", 5));
+    closing.client.reset();
+    int pfd[2];
+    ASSERT_EQ(0, pipe2(pfd, O_CLOEXEC));
+    Fd rd(pfd[0]), wr(pfd[1]);
+    Fd l = listener("127.0.0.1"), taken = listener("127.0.0.1");
+    const std::string port = std::to_string(port_of(l.get()));
+    struct sockaddr_in6 a = addr("127.0.0.1", 1);
+    unsigned int len = sizeof(sockaddr_in);
+    int v = 0, sock = -1;
+    unsigned int vlen = sizeof v;
+    char data[] = "hello", buf[16];
+    auto div = [&](std::string text, const char *beg, const char *end, int size) {
+        return kv_div_string(&text[0], beg, end, buf, size);
+    };
+    struct timeval tv = {0, 200000};
+    struct Case {
+        int result;
+        std::function<int()> call;
+        std::string out;
+    } cases[] = {
+        {-1, [] { return socket_api(12345, SOCK_STREAM, 0); },
+         api_frame("socket_api", "sockfd=-1,errno 97")},
+        {-1, [&] { return connect_api(-1, sa(a), len); },
+         api_frame("connect_api", "connect errno 9")},
+        {-1, [&] { return accept_api(-1, sa(a), &len); },
+         api_frame("accept_api", "accept error 9")},
+        {-1, [&] { return bind_api(-1, sa(a), len); }, api_frame("bind_api", "bind error 9")},
+        {-1, [] { return listen_api(-1, 1); }, api_frame("listen_api", "listen error 9")},
+        {-1, [&] { return setsockopt_api(-1, SOL_SOCKET, SO_REUSEADDR, &v, 4); },
+         api_frame("setsockopt_api", "setsockopt error 9")},
+        {kPrintCount, [&] { return getsockopt_api(-1, SOL_SOCKET, SO_TYPE, &v, &vlen); },
+         api_frame("getsockopt_api", "getsockopt errno 9")},
+        {kPrintCount, [&] { return getsockname_api(-1, sa(a), &len); },
+         api_frame("getsockname_api", "getsockname error")},
+        {kPrintCount, [] { return close_api(-1); }, api_frame("close_api", "close error 9")},
+        {kPrintCount, [&] { return inet_pton_api(AF_INET, "1.2.3", &v); },
+         api_frame("inet_pton_api", "inet_pton error for 1.2.3")},
+        {kPrintCount, [&] { return inet_pton_api(12345, "1.2.3.4", &v); },
+         api_frame("inet_pton_api", "inet_pton error for 1.2.3.4,errno 97")},
+        {kPrintCount, [&] { return inet_pton_api(AF_INET, nullptr, &v); },
+         api_frame("inet_pton_api", "inet_pton error for (null),errno 14")},
+        {-1, [] { return close_nowait_api(-1); },
+         api_frame("close_nowait_api", "setsockopt error 9")},
+        {-1, [&] { return readn_api(p.server.get(), nullptr, 4); },
+         api_frame("readn_api", "recv errno 14")},
+        {5, [&] { return readn_api(closing.server.get(), buf, 16); }, ""}, // closed: the count
+        {-1, [&] { return write_api(shut.client.get(), data, 1); },
+         api_frame("write_api", "Send() error, 0x20\n")},
+        {-1, [&] { return writen_api(wr.get(), data, 5); },
+         api_frame("writen_api", "setsockopt error 88") +
+             api_frame("write_api", "Send() error, 0x58\n")},
+        {-1, [&] { return writen_api(-1, data, 5); },
+         api_frame("writen_api", "setsockopt error 9") +
+             api_frame("writen_api", "select failed 9\n")},
+        {-1, [&] { return connectwithtimeout_api(-1, sa(a), 16, &tv); },
+         api_frame("connectwithtimeout_api", "ioctl error 9") +
+             api_frame("connectwithtimeout_api", "ioctl error 9")},
+        {-1, [&] { return tcp_srv_com(port_of(taken.get())); }, // and the socket is closed
+         api_frame("bind_api", "bind error 98")},
+        {0,
+         [&] {
+             int r = tcp_cli_com_enhance("127.0.0.1", port.c_str(), &sock, 1);
+             close(sock);
+             return r;
+         },
+         api_frame("tcp_cli_com_enhance", "127.0.0.1 " + port) +
+             api_frame("tcp_cli_com_enhance", "connect ok")},
+        {-2, [&] { return div("k=12345;", "=", ";", 4); },
+         api_frame("kv_div_string", "size not big 5 4")},
+        {-2, [&] { return div("a;b=c", "=", ";", 16); },
+         api_frame("kv_div_string", "not find aft")},
+        {-2, [&] { return div("abc", "x", "", 16); }, api_frame("kv_div_string", "not find beg")},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(&c - cases);
+        StdoutCapture cap;
+        int r = c.call();
+        EXPECT_EQ(c.out, cap.text());
+        EXPECT_EQ(c.result == kPrintCount ? static_cast<int>(cap.raw().size()) : c.result, r);
+    }
+}
+
+TEST(Socket, DivString)
+{
+    struct Case {
+        const char *text, *beg, *end;
+        int size;
+        int result;
+        const char *piece;
+    } cases[] = {
+        {"key=value;", "=", ";", 16, 0, "value"},
+        {"dir/file", "/", "", 1, 0, "file"}, // size not consulted
+        {"a/b/c", "/", "", 0, 0, "c"},
+        {"x::y::z", "::", "", 8, 0, ":z"}, // from one past the marker's start
+        {"k=12345;", "=", ";", 5, 0, "12345"},
+        {"k=;", "=", ";", 0, 0, ""},
+        {"k=1;", "=", ";", -1, -2, nullptr},
+        {"abc", "x", ";", 16, -2, nullptr},
+    };
+    for (const Case &c : cases) {
+        std::string text = c.text;
+        // Exactly size + 1 bytes for the bounded case (the terminator may land at size).
+        std::vector<char> out(c.size >= 0 && c.end[0] != '\0' ? c.size + 1 : 16, '#');
+        StdoutCapture quiet;
+        EXPECT_EQ(c.result, kv_div_string(&text[0], c.beg, c.end, out.data(), c.size)) << c.text;
+        if (c.piece != nullptr) {
+            EXPECT_STREQ(c.piece, out.data()) << c.text;
+        }
+    }
+}
+
+// ---- Connect and accept with a time-out --------------------------------------------------------
+
+TEST_F(SocketNet, ConnectWithTimeout)
+{
+    sandbox::FdCheck fds;
+    Fd l = neighbour_listener(peer_, "10.9.0.2", 8554);
+    struct sockaddr_in6 silent = addr("10.9.0.77", 80), there = addr("10.9.0.2", 8554);
+    struct timeval tv = {0, 200000};
+    using Connect = std::function<int(int, const sockaddr *)>;
+    struct Case {
+        const char *what;
+        Connect call;
+        int timedOut; // against the silent address, after waitMs; -2: not tried
+        double waitMs;
+    } cases[] = {
+        {"Socket_ in ms",
+         [](int s, const sockaddr *to) { return Socket_ConnectwithTimeout(s, to, 5); }, 1, 5},
+        {"Socket_ blocking",
+         [](int s, const sockaddr *to) { return Socket_ConnectwithTimeout(s, to, -1); }, -2, 0},
+        {"util in ms",
+         [](int s, const sockaddr *to) { return socket_connect_withtimeout(s, to, 100); }, -1, 100},
+        {"util with a time value, kept",
+         [&](int s, const sockaddr *to) { return connect_with_timeout(s, to, 16, &tv); }, -1, 200},
+        {"util without a time value",
+         [](int s, const sockaddr *to) { return connect_with_timeout(s, to, 16, nullptr); }, -2, 0},
+        {"_api with a time value, kept",
+         [&](int s, const sockaddr *to) { return connectwithtimeout_api(s, to, 16, &tv); }, -1,
+         200},
+        {"_api without a limit",
+         [](int s, const sockaddr *to) { return connectwithtimeout_api(s, to, 16, nullptr); }, -2,
+         0},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        StdoutCapture quiet; // the _api family prints nothing here
+        if (c.timedOut != -2) {
+            Fd s(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+            Stopwatch sw;
+            EXPECT_EQ(c.timedOut, c.call(s.get(), sa(silent)));
+            EXPECT_GE(sw.ms(), c.waitMs * 0.95);
+            EXPECT_LT(sw.ms(), c.waitMs + sandbox::kLateMs);
+            EXPECT_FALSE(is_nonblocking(s.get())) << "switched back";
+            EXPECT_EQ(0, tv.tv_sec);
+            EXPECT_EQ(200000, tv.tv_usec);
+        }
+        Fd s(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        EXPECT_EQ(0, c.call(s.get(), sa(there)));
+        EXPECT_FALSE(is_nonblocking(s.get()));
+        EXPECT_EQ("", quiet.text());
+    }
+}
+
+TEST_F(SocketNet, AcceptWithTimeout)
+{
+    sandbox::FdCheck fds;
+    struct Case {
+        const char *what;
+        std::function<int(int, sockaddr *, int)> call;
+    } cases[] = {
+        {"Socket_",
+         [](int l, sockaddr *from, int ms) { return Socket_AcceptWithTimeout(l, from, ms); }},
+        {"util",
+         [](int l, sockaddr *from, int ms) { return socket_accept_with_timeout(l, from, ms); }},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        Fd l = listener("10.9.0.1");
+        Stopwatch sw;
+        EXPECT_EQ(-1, c.call(l.get(), nullptr, 150));
+        EXPECT_GE(sw.ms(), 140);
+        EXPECT_LT(sw.ms(), 150 + sandbox::kLateMs);
+        struct sockaddr_in6 to = addr("10.9.0.1", port_of(l.get())), from;
+        Fd in1 = socket_in(peer_, AF_INET, SOCK_STREAM),
+           in2 = socket_in(peer_, AF_INET, SOCK_STREAM);
+        ASSERT_EQ(0, connect(in1.get(), sa(to), len_of(to)));
+        ASSERT_EQ(0, connect(in2.get(), sa(to), len_of(to)));
+        memset(&from, 0xAA, sizeof from);
+        Fd a1(c.call(l.get(), sa(from), 1000));
+        EXPECT_GT(a1.get(), 2);
+        EXPECT_EQ(AF_INET, from.sin6_family);
+        EXPECT_EQ(addr("10.9.0.2", 0).sin6_flowinfo, from.sin6_flowinfo); // sin_addr: same bytes
+        Fd a2(c.call(l.get(), nullptr, -1));
+        EXPECT_GT(a2.get(), 2);
+    }
+}
+
+TEST_F(SocketNet, IpConnectWithTimeout)
+{
+    sandbox::FdCheck fds;
+    Stopwatch sw;
+    EXPECT_EQ(-1, ip_connect_withtimeout("10.9.0.77", 80, 300)); // nobody answers
+    EXPECT_GE(sw.ms(), 290);
+    EXPECT_LT(sw.ms(), 300 + sandbox::kLateMs);
+    Fd l = neighbour_listener(peer_, "10.9.0.2", 8000);
+    Fd s(ip_connect_withtimeout("10.9.0.2", 8000, 1000));
+    ASSERT_GT(s.get(), 2);
+    EXPECT_TRUE(is_nonblocking(s.get())); // left so, deliberately
+    Fd l6 = neighbour_listener(peer_, "2001:db8:9::2", 8006);
+    Fd s6(ip_connect_withtimeout("2001:db8:9::2", 8006, -1));
+    ASSERT_GT(s6.get(), 2);
+    EXPECT_FALSE(is_nonblocking(s6.get()));
+}
+
+// A name with two addresses, the first of which refuses: a blocking call stops there.
+TEST(Socket, IpConnectBlockingTriesOnlyTheFirstAddress)
+{
+    REQUIRE_SANDBOX();
+    sandbox::FdCheck fds;
+    sandbox::write_file("/etc/hosts", "127.0.0.1 twice\n127.0.0.2 twice\n");
+    struct addrinfo hints, *res = nullptr;
+    memset(&hints, 0, sizeof hints);
+    hints.ai_socktype = SOCK_STREAM;
+    ASSERT_EQ(0, getaddrinfo("twice", "1", &hints, &res));
+    ASSERT_NE(nullptr, res->ai_next);
+    char second[16];
+    inet_ntop(AF_INET, &reinterpret_cast<sockaddr_in *>(res->ai_next->ai_addr)->sin_addr, second,
+              sizeof second);
+    freeaddrinfo(res);
+    Fd l = listener(second); // only the second address answers
+    long before = tcp_active_opens();
+    EXPECT_EQ(-1, ip_connect_withtimeout("twice", port_of(l.get()), -1));
+    EXPECT_EQ(1, tcp_active_opens() - before);
+    Fd s(ip_connect_withtimeout("twice", port_of(l.get()), 1000));
+    EXPECT_GT(s.get(), 2);
+    EXPECT_EQ(3, tcp_active_opens() - before);
+}
+
+// Descriptors beyond select's set size are waited for without writing past the set.
+TEST(Socket, WaitsWorkOnDescriptorsAboveTheSelectLimit)
+{
+    REQUIRE_SANDBOX();
+    struct rlimit saved, more;
+    getrlimit(RLIMIT_NOFILE, &saved);
+    more = saved;
+    more.rlim_cur = saved.rlim_max < 2048 ? saved.rlim_max : 2048;
+    if (more.rlim_cur <= 1600)
+        GTEST_SKIP() << "descriptor limit too low";
+    setrlimit(RLIMIT_NOFILE, &more);
+    {
+        TcpPair p = tcp_pair();
+        Fd high(dup2(p.server.get(), 1500));
+        ASSERT_EQ(16, write(p.client.get(), "12345678abcdefgh", 16));
+        char buf[8];
+        EXPECT_EQ(8, Socket_Readn(high.get(), buf, 8));
+        EXPECT_EQ(8, readn(high.get(), buf, 8));
+        EXPECT_EQ(-1, Socket_AcceptWithTimeout(high.get(), nullptr, 50)); // not listening: time-out
+    }
+    setrlimit(RLIMIT_NOFILE, &saved);
+}
+
+// ---- One-call servers and clients ---------------------------------------------------------------
+
+TEST(Socket, OneCallServersListenOnEveryAddress)
+{
+    REQUIRE_SANDBOX();
+    sandbox::FdCheck fds;
+    struct Case {
+        const char *what;
+        std::function<int(unsigned short)> call;
+        int taken;
+        bool reuseAndCloexec;
+    } cases[] = {
+        {"Socket_", [](unsigned short p) { return Socket_TcpSrvCom(p); }, 1, true},
+        {"_api", [](unsigned short p) { return tcp_srv_com(p); }, -1, true},
+        {"util", [](unsigned short p) { return tcp_bind_connect("::1", 1, "::1", p, 1); }, -1,
+         false},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        unsigned short port = ClosedPort().port();
+        Fd srv(c.call(port));
+        ASSERT_GT(srv.get(), 2);
+        EXPECT_EQ(1, sockopt(srv.get(), SOL_SOCKET, SO_ACCEPTCONN));
+        if (c.reuseAndCloexec) {
+            EXPECT_EQ(1, sockopt(srv.get(), SOL_SOCKET, SO_REUSEADDR));
+            EXPECT_TRUE(fcntl(srv.get(), F_GETFD) & FD_CLOEXEC);
+        }
+        StdoutCapture quiet;
+        EXPECT_EQ(c.taken, c.call(port)); // and nothing left open
+    }
+}
+
+TEST(Socket, OneCallClientsKeepTheLinkAlive)
+{
+    REQUIRE_SANDBOX();
+    sandbox::FdCheck fds;
+    Fd l = listener("127.0.0.1");
+    unsigned short port = port_of(l.get()), local = ClosedPort().port();
+    struct Case {
+        const char *what;
+        std::function<int(int *)> call;
+        int keepAlive, idle, interval; // -1: not set by the call
+        unsigned short local;
+    } cases[] = {
+        {"Socket_",
+         [&](int *s) {
+             int p = port;
+             return Socket_TcpCliCom("127.0.0.1", &p, s, 1);
+         },
+         1, 10, 4, 0},
+        {"_api",
+         [&](int *s) {
+             unsigned short p = port;
+             return tcp_cli_com("127.0.0.1", &p, s, 1);
+         },
+         -1, -1, -1, 0},
+        {"util from a local address",
+         [&](int *s) {
+             *s = tcp_bind_connect("127.0.0.1", port, "127.0.0.1", local, 0);
+             return *s > 2 ? 0 : -1;
+         },
+         -1, -1, -1, local},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        int sock = -1;
+        StdoutCapture cap;
+        ASSERT_EQ(0, c.call(&sock));
+        EXPECT_EQ("", cap.text());
+        Fd s(sock);
+        if (c.keepAlive != -1) {
+            EXPECT_EQ(c.keepAlive, sockopt(s.get(), SOL_SOCKET, SO_KEEPALIVE));
+            EXPECT_EQ(c.idle, sockopt(s.get(), IPPROTO_TCP, 4 /* TCP_KEEPIDLE */));
+            EXPECT_EQ(c.interval, sockopt(s.get(), IPPROTO_TCP, 5 /* TCP_KEEPINTVL */));
+        }
+        EXPECT_EQ(2, sockopt(s.get(), IPPROTO_TCP, 6 /* TCP_KEEPCNT */));
+        EXPECT_FALSE(is_nonblocking(s.get()));
+        if (c.local != 0) {
+            EXPECT_EQ(c.local, port_of(s.get()));
+        }
+    }
+}
+
+// Slow on purpose: each failed attempt is followed by a pause (5 s; tcp_bind_connect: 1 s).
+TEST(Socket, OneCallClientsRetryAgainstAClosedPort)
+{
+    REQUIRE_SANDBOX();
+    sandbox::FdCheck fds;
+    ClosedPort closed;
+    struct Case {
+        const char *what;
+        std::function<int(int *)> call;
+        int result;
+        long attempts; // SYNs counted; tcp_bind_connect reuses its socket, so it says each
+        double seconds;
+    } cases[] = {
+        {"Socket_, two",
+         [&](int *s) {
+             int p = closed.port();
+             return Socket_TcpCliCom("127.0.0.1", &p, s, 2);
+         },
+         1, 2, 10},
+        {"Socket_, a negative count is one",
+         [&](int *s) {
+             int p = closed.port();
+             return Socket_TcpCliCom("127.0.0.1", &p, s, -1);
+         },
+         1, 1, 5},
+        {"_api, two",
+         [&](int *s) {
+             unsigned short p = closed.port();
+             return tcp_cli_com("127.0.0.1", &p, s, 2);
+         },
+         -1, 2, 10},
+        {"util, always three",
+         [&](int *) { return tcp_bind_connect("127.0.0.1", closed.port(), "127.0.0.1", 0, 0); }, -1,
+         3, 3},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        int sock = -7;
+        long before = tcp_active_opens();
+        Stopwatch sw;
+        StdoutCapture cap;
+        EXPECT_EQ(c.result, c.call(&sock));
+        std::string out = cap.raw();
+        EXPECT_GE(sw.ms(), c.seconds * 1000 - 100);
+        EXPECT_LT(sw.ms(), c.seconds * 1000 + sandbox::kLateMs);
+        EXPECT_EQ(-7, sock);
+        if (c.attempts == 3) {
+            // "tcp_bind_connect,<line>[<socket>  127.0.0.1:<port>  <n>]!!!..." per attempt.
+            std::string want = "  127.0.0.1:" + std::to_string(closed.port()) + "  ";
+            for (const char *n : {"1]", "2]", "3]"})
+                EXPECT_NE(std::string::npos, out.find(want + n)) << out;
+            EXPECT_EQ(3, std::count(out.begin(), out.end(), '\n')) << out;
+        } else {
+            EXPECT_EQ(c.attempts, tcp_active_opens() - before);
+            EXPECT_EQ("", out); // a refused connect is not printed
+        }
+    }
+}
+
+TEST(Socket, CloseNowaitResetsThePeer)
+{
+    REQUIRE_SANDBOX();
+    sandbox::FdCheck fds;
+    TcpPair p = tcp_pair();
+    ASSERT_EQ(3, write(p.client.get(), "abc", 3));
+    EXPECT_EQ(0, close_nowait_api(p.client.release()));
+    char buf[8];
+    bool reset = false;
+    for (int i = 0; i < 3 && !reset; ++i) { // the bytes that made it may come first
+        ssize_t n = recv(p.server.get(), buf, sizeof buf, 0);
+        if (n == 0)
+            break;
+        reset = n < 0 && errno == ECONNRESET;
+    }
+    EXPECT_TRUE(reset);
+}
+
+// ---- Datagrams and addresses
+// ---------------------------------------------------------------------
+
+TEST(Socket, DatagramsInBothFamilies)
+{
+    REQUIRE_SANDBOX();
+    sandbox::FdCheck fds;
+    for (const char *text : {"127.0.0.1", "::1"}) {
+        for (bool helper : {true, false}) {
+            SCOPED_TRACE(std::string(text) + (helper ? " Socket_" : " util"));
+            struct sockaddr_in6 a = addr(text, 0), b, from;
+            Fd rx((helper ? Socket_Create : socket_create)(a.sin6_family, SOCK_DGRAM | SOCK_CLOEXEC,
+                                                           0));
+            Fd tx((helper ? Socket_Create : socket_create)(a.sin6_family, SOCK_DGRAM | SOCK_CLOEXEC,
+                                                           0));
+            ASSERT_EQ(0, (helper ? Socket_Bind : socket_bind)(rx.get(), sa(a)));
+            unsigned int len = sizeof b;
+            ASSERT_EQ(0, Socket_GetSockName(rx.get(), sa(b), &len));
+            EXPECT_EQ(5, (helper ? Socket_SendTo : socket_sendto)(tx.get(), "hello", 5, sa(b)));
+            char buf[16];
+            memset(&from, 0, sizeof from);
+            EXPECT_EQ(5, (helper ? Socket_RecvFrom : socket_recvfrom)(rx.get(), buf, sizeof buf,
+                                                                      sa(from)));
+            EXPECT_EQ(a.sin6_family, from.sin6_family);
+        }
+    }
+    Fd t(socket_create(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    EXPECT_EQ(0, socket_reuse(t.get()));
+    EXPECT_EQ(0, set_socket_linger(t.get(), 1, 0));
+    EXPECT_EQ(0, set_socket_keeplive(t.get(), 1, 10, 4, 2));
+}
+
+TEST(Socket, UdpBindConnect)
+{
+    REQUIRE_SANDBOX();
+    sandbox::FdCheck fds;
+    Fd rx(socket(AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    struct sockaddr_in6 at = addr("::1", 0), from;
+    ASSERT_EQ(0, bind(rx.get(), sa(at), sizeof at));
+    unsigned short local = ClosedPort().port();
+    Fd s(udp_bind_connect("::1", port_of(rx.get()), "::1", local));
+    ASSERT_GT(s.get(), 2);
+    ASSERT_EQ(4, send(s.get(), "ping", 4, 0));
+    char buf[8];
+    socklen_t len = sizeof from;
+    EXPECT_EQ(4, recvfrom(rx.get(), buf, sizeof buf, 0, sa(from), &len));
+    EXPECT_EQ(local, ntohs(from.sin6_port));
+}
+
+TEST(Socket, MakeAddrByString)
+{
+    struct Case {
+        int family;
+        const char *text;
+        int helper, util; // Make_AddrbyString, make_addr_bystring
+        const char *back; // the address as text afterwards, or null
+    } cases[] = {
+        {AF_INET, "192.168.1.2", 0, 0, "192.168.1.2"},
+        {AF_INET, nullptr, 0, 0, "0.0.0.0"},
+        {AF_INET, "255.255.255.255", -1, -1, nullptr}, // inet_addr's failure value
+        {AF_INET, "192.168.1", 0, 0, "192.168.0.1"},   // inet_addr's short forms
+        {AF_INET, "nonsense", -1, -1, nullptr},
+        {AF_INET6, "2001:db8::1", 0, 0, "2001:db8::1"},
+        {AF_INET6, nullptr, 0, 0, "::"},
+        {AF_INET6, "1.2.3.4", -1, -1, nullptr},
+        {AF_UNIX, nullptr, 1, -1, nullptr},
+        {AF_UNIX, "x", -1, -1, nullptr},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.text ? c.text : "(null)");
+        struct sockaddr_in6 a, b;
+        memset(&a, 0, sizeof a);
+        memset(&b, 0, sizeof b);
+        EXPECT_EQ(c.helper, Make_AddrbyString(c.family, c.text, 8080, sa(a)));
+        EXPECT_EQ(c.util, make_addr_bystring(c.family, c.text, 8080, sa(b)));
+        if (c.back == nullptr)
+            continue;
+        EXPECT_EQ(0, memcmp(&a, &b, sizeof a));
+        EXPECT_EQ(c.family, a.sin6_family);
+        EXPECT_EQ(htons(8080), a.sin6_port);
+        EXPECT_STREQ(c.back, Socket_AddrtoStr(sa(a)));
+    }
+    struct sockaddr_in a;
+    memset(&a, 0, sizeof a);
+    Make_AddrbyString(AF_INET, "255.255.255.255", 1, sa(a));
+    EXPECT_EQ(0xFFFFFFFFu, a.sin_addr.s_addr); // left written
+    EXPECT_EQ(0, a.sin_family);
+    EXPECT_EQ(1, Make_AddrbyString(AF_INET, "1.2.3.4", 1, nullptr));
+    EXPECT_EQ(-1, make_addr_bystring(AF_INET, "1.2.3.4", 1, nullptr));
+}
+
+TEST(Socket, AddressTextsShareTheirBuffers)
+{
+    struct sockaddr_in6 v6a = addr("2001:db8::a", 0), v6b = addr("fe80::b", 0),
+                        v4 = addr("10.1.2.3", 0),
+                        longV6 = addr("2001:db8:1111:2222:3333:4444:5555:6666", 0);
+    for (auto *fn : {Socket_AddrtoStr, socketaddr_tostr}) {
+        char *first = fn(sa(v6a));
+        ASSERT_NE(nullptr, first);
+        EXPECT_STREQ("2001:db8::a", first);
+        EXPECT_EQ(first, fn(sa(v6b))); // the same static buffer, overwritten
+        EXPECT_STREQ("fe80::b", first);
+        EXPECT_STREQ("10.1.2.3", fn(sa(v4)));
+        EXPECT_EQ(nullptr, fn(nullptr));
+        struct sockaddr_in6 other = v6a;
+        other.sin6_family = AF_UNIX;
+        EXPECT_EQ(nullptr, fn(sa(other)));
+    }
+    EXPECT_STREQ("2001:db8:1111:2222:3333:4444:5555:6666", Socket_AddrtoStr(sa(longV6)));
+    EXPECT_EQ(nullptr, socketaddr_tostr(sa(longV6))); // 38 characters do not fit in 32 bytes
+    char buf[16];
+    EXPECT_EQ(buf, inet_ntoa_b(addr("192.168.10.200", 0).sin6_flowinfo, buf));
+    EXPECT_STREQ("192.168.10.200", buf);
+    EXPECT_EQ(nullptr, inet_ntoa_b(1, nullptr));
+
+    unsigned char out[16] = {0};
+    EXPECT_EQ(1, Is_IpV6Addr("::ffff:1.2.3.4", out));
+    EXPECT_EQ(0xff, out[10]);
+    EXPECT_EQ(4, out[15]);
+    uint32_t v = 0;
+    EXPECT_EQ(1, Is_IpV4Addr("10.0.0.1", nullptr));
+    EXPECT_EQ(1, Is_IpV4Addr("10.0.0.1", &v));
+    EXPECT_EQ(htonl(0x0A000001u), v);
+    EXPECT_EQ(0, Is_SupportIpv6());
+    EXPECT_EQ(AF_INET, Get_SocketFamily()); // while get_socket_family gives AF_INET6
+    EXPECT_EQ(AF_INET6, get_socket_family());
+    EXPECT_EQ(554, Get_IpPort());
+    EXPECT_EQ(554, get_ipport());
+}
+
+TEST_F(SocketNet, PeerAddrReportsMappedPeersAsIpv4)
+{
+    sandbox::FdCheck fds;
+    struct Case {
+        const char *here, *from;
+        bool v4;
+    } cases[] = {
+        {"10.9.0.1", "10.9.0.2", true},
+        {"::", "10.9.0.2", true}, // dual-stack listener: ::ffff:10.9.0.2
+        {"::", "2001:db8:9::2", false},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.from);
+        Fd l = listener(c.here);
+        struct sockaddr_in6 to =
+            addr(strchr(c.from, ':') ? "2001:db8:9::1" : "10.9.0.1", port_of(l.get()));
+        Fd theirs = socket_in(peer_, to.sin6_family, SOCK_STREAM);
+        ASSERT_EQ(0, connect(theirs.get(), sa(to), len_of(to))) << strerror(errno);
+        Fd ours(accept4(l.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        NetPeerAddr peer, want;
+        memset(&peer, 0x5A, sizeof peer);
+        memset(&want, 0, sizeof want);
+        ASSERT_EQ(0, get_peer_addr(ours.get(), &peer));
+        inet_pton(c.v4 ? AF_INET : AF_INET6, c.from,
+                  c.v4 ? static_cast<void *>(&want.uiIpv4Addr) : want.aucIpv6Addr);
+        EXPECT_EQ(0, memcmp(&want, &peer, sizeof peer));
+    }
+    NetPeerAddr peer, zero;
+    memset(&peer, 0x5A, sizeof peer);
+    memset(&zero, 0, sizeof zero);
+    EXPECT_EQ(-1, get_peer_addr(0, &peer));
+    EXPECT_EQ(0, memcmp(&zero, &peer, sizeof peer)); // zeroed first
+}
+
+TEST_F(SocketNet, MulticastJoinAndLeaveOnTheFirstInterface)
+{
+    sandbox::FdCheck fds;
+    ASSERT_EQ(0, NET_Init());
+    ASSERT_STREQ("eth0", g_pcLan1Name);
+    sandbox::must("ip route add 224.0.0.0/4 dev eth0"); // where a wildcard leave looks
+    Fd u(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    Fd u6(socket(AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    struct sockaddr_in6 g4 = addr("239.1.2.3", 0), g6 = addr("ff15::1234", 0);
+    auto *group = reinterpret_cast<struct sockaddr_in *>(&g4);
+    struct Case {
+        const char *what;
+        std::function<int()> join, leave;
+        const char *shown;
+    } cases[] = {
+        {"mcast_join", [&] { return mcast_join(u.get(), group, sizeof *group); },
+         [&] { return mcast_leave(u.get(), group, 0); }, "inet  239.1.2.3"},
+        {"mcast_join_ex", [&] { return mcast_join_ex(u.get(), sa(g4), "eth0"); },
+         [&] { return mcast_leave_ex(u.get(), sa(g4)); }, "inet  239.1.2.3"},
+        {"mcast_join_ex IPv6", [&] { return mcast_join_ex(u6.get(), sa(g6), "eth0"); },
+         [&] { return mcast_leave_ex(u6.get(), sa(g6)); }, "inet6 ff15::1234"},
+        // A name that is cut and names nothing: no interface address, so the group's route
+        // decides the interface.
+        {"mcast_join_ex by a long name",
+         [&] { return mcast_join_ex(u.get(), sa(g4), "a-name-far-longer-than-fifteen"); },
+         [&] { return mcast_leave(u.get(), group, 0); }, "inet  239.1.2.3"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(0, c.join());
+        EXPECT_NE(std::string::npos, maddr().find(c.shown)) << maddr();
+        EXPECT_EQ(0, c.leave());
+        EXPECT_EQ(std::string::npos, maddr().find(c.shown + 6)) << maddr();
+    }
+}
