@@ -1,6 +1,5 @@
 // What the detection suites share: frames written out field by field, the standard link to a
-// neighbour, and tasks that run in the neighbour's namespace beside the call under test (a
-// socket there sees, crafts and answers frames while the library waits on this side).
+// neighbour, and sockets in the neighbour's namespace that see, craft and answer frames.
 #pragma once
 
 #include <arpa/inet.h>
@@ -9,6 +8,7 @@
 #include <linux/if_packet.h>
 #include <net/if.h>
 #include <poll.h>
+#include <sched.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
@@ -143,72 +143,20 @@ inline bool send_all(int fd, const std::vector<Bytes> &frames)
     return true;
 }
 
-inline void put_bytes(int out, const Bytes &b)
+// Runs fn on a thread inside the neighbour's network namespace: the sockets it opens live
+// there for good, so this process can listen and answer as the neighbour while the library
+// waits on this side.
+inline void as_peer(const sandbox::Peer &peer, const std::function<void()> &fn)
 {
-    if (!b.empty() && write(out, b.data(), b.size()) < 0)
-        _exit(99);
+    std::thread t([&] {
+        std::string ns = "/proc/" + std::to_string(peer.pid()) + "/ns/net";
+        int nsfd = open(ns.c_str(), O_RDONLY | O_CLOEXEC);
+        if (nsfd >= 0 && setns(nsfd, CLONE_NEWNET) == 0)
+            fn();
+        close(nsfd);
+    });
+    t.join();
 }
-
-// A body run in a child inside the neighbour's namespace, on a thread of this process, so
-// that the test can call the library meanwhile. The body opens its socket, calls ready(),
-// then works; whatever it writes to `out` comes back through output(). Its result is the
-// child's exit status.
-class PeerTask
-{
-  public:
-    using Body = std::function<int(const std::function<void()> &ready, int out)>;
-
-    PeerTask(const sandbox::Peer &peer, Body body)
-    {
-        if (pipe2(ready_, O_CLOEXEC) != 0 || pipe2(out_, O_CLOEXEC) != 0)
-            return;
-        thread_ = std::thread([this, &peer, body] {
-            status_ = peer.run([this, body] {
-                int wfd = ready_[1];
-                return body([wfd] { (void)!write(wfd, "", 1); }, out_[1]);
-            });
-        });
-    }
-    ~PeerTask()
-    {
-        wait();
-        for (int fd : {ready_[0], ready_[1], out_[0], out_[1]})
-            close(fd);
-    }
-    PeerTask(const PeerTask &) = delete;
-    PeerTask &operator=(const PeerTask &) = delete;
-
-    // Whether the body got as far as ready() within five seconds.
-    bool ready()
-    {
-        struct pollfd p = {ready_[0], POLLIN, 0};
-        char c = 0;
-        return poll(&p, 1, 5000) == 1 && read(ready_[0], &c, 1) == 1;
-    }
-    // The child's exit status.
-    int wait()
-    {
-        if (thread_.joinable())
-            thread_.join();
-        return status_;
-    }
-    Bytes output()
-    {
-        wait();
-        close(std::exchange(out_[1], -1));
-        Bytes all;
-        uint8_t buf[4096];
-        for (ssize_t n; (n = read(out_[0], buf, sizeof buf)) > 0;)
-            all.insert(all.end(), buf, buf + n);
-        return all;
-    }
-
-  private:
-    int ready_[2] = {-1, -1};
-    int out_[2] = {-1, -1};
-    int status_ = -1;
-    std::thread thread_;
-};
 
 // Seconds since start, as a double.
 inline double since(std::chrono::steady_clock::time_point start)

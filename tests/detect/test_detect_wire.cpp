@@ -55,7 +55,7 @@ uint16_t checksum(const Bytes &b)
 }
 
 // An answer to an echo request: its type, identifier moved by idDelta, cut to len.
-Bytes as_reply(Bytes icmp, uint8_t type = 0, int idDelta = 0, size_t len = 0)
+Bytes as_reply(Bytes icmp, uint8_t type, int idDelta, size_t len)
 {
     icmp[0] = type;
     uint16_t id = static_cast<uint16_t>((icmp[4] << 8 | icmp[5]) + idDelta);
@@ -131,53 +131,48 @@ class Detect : public NeighbourLink
         int collision = 7; // the caller's value, kept unless a host claims the address
         double seconds = 0;
         Bytes seen; // what the neighbour saw
-        int peerStatus = -1;
+        bool answered = false;
     };
 
     // Runs call while a socket in the neighbour's namespace waits for the frame that
-    // matches, passes it on and sends frames back.
-    Outcome answered(int domain, int type, int proto,
-                     const std::function<bool(const Bytes &)> &match,
+    // matches, keeps it and sends frames back.
+    Outcome answered(int domain, int proto, const std::function<bool(const Bytes &)> &match,
                      const std::vector<Bytes> &frames, const std::function<int(int *)> &call)
     {
         Outcome o;
-        PeerTask peer(peer_, [&](const std::function<void()> &ready, int out) {
-            int fd = domain == AF_PACKET ? arp_socket("nb1") : socket(domain, type, proto);
-            struct ipv6_mreq req;
-            inet_pton(AF_INET6, "ff02::1:ff00:77", &req.ipv6mr_multiaddr);
+        int fd = -1;
+        struct ipv6_mreq req;
+        as_peer(peer_, [&] {
             req.ipv6mr_interface = if_nametoindex("nb1");
-            int hops = 255;
-            if (fd < 0 || (domain == AF_INET6 &&
-                           (setsockopt(fd, IPPROTO_IPV6, IPV6_JOIN_GROUP, &req, sizeof req) != 0 ||
-                            setsockopt(fd, IPPROTO_IPV6, IPV6_MULTICAST_HOPS, &hops, sizeof hops))))
-                return 2;
-            ready();
-            Bytes seen;
-            if (!await(fd, 3000, match, &seen))
-                return 3;
-            put_bytes(out, seen);
-            if (domain != AF_INET6)
-                return send_all(fd, frames) ? 0 : 4;
+            fd = domain == AF_PACKET ? arp_socket("nb1") : socket(domain, SOCK_RAW, proto);
+        });
+        inet_pton(AF_INET6, "ff02::1:ff00:77", &req.ipv6mr_multiaddr);
+        int hops = 255;
+        EXPECT_TRUE(fd >= 0 &&
+                    (domain == AF_PACKET ||
+                     (setsockopt(fd, IPPROTO_IPV6, IPV6_JOIN_GROUP, &req, sizeof req) == 0 &&
+                      setsockopt(fd, IPPROTO_IPV6, IPV6_MULTICAST_HOPS, &hops, sizeof hops) == 0)));
+        std::thread peer([&] {
+            if (!await(fd, 3000, match, &o.seen))
+                return;
             struct sockaddr_in6 all;
             memset(&all, 0, sizeof all);
             all.sin6_family = AF_INET6;
             inet_pton(AF_INET6, "ff02::1", &all.sin6_addr);
             all.sin6_scope_id = req.ipv6mr_interface;
-            for (const Bytes &m : frames)
-                if (sendto(fd, m.data(), m.size(), 0, reinterpret_cast<sockaddr *>(&all),
-                           sizeof all) < 0)
-                    return 4;
-            return 0;
+            o.answered = domain == AF_PACKET ? send_all(fd, frames) : true;
+            for (const Bytes &m : domain == AF_PACKET ? std::vector<Bytes>{} : frames)
+                o.answered &= sendto(fd, m.data(), m.size(), 0, reinterpret_cast<sockaddr *>(&all),
+                                     sizeof all) >= 0;
         });
-        EXPECT_TRUE(peer.ready());
         {
             sandbox::FdCheck fds;
             auto start = std::chrono::steady_clock::now();
             o.result = call(&o.collision);
             o.seconds = since(start);
         }
-        o.peerStatus = peer.wait();
-        o.seen = peer.output();
+        peer.join();
+        close(fd);
         return o;
     }
 
@@ -187,7 +182,7 @@ class Detect : public NeighbourLink
             return f.size() >= 42 && f[21] == 1 && memcmp(&f[28], "\0\0\0\0", 4) == 0 &&
                    memcmp(&f[38], kFree.data(), 4) == 0;
         };
-        return answered(AF_PACKET, 0, 0, isProbe, frames,
+        return answered(AF_PACKET, 0, isProbe, frames,
                         [&](int *c) { return probe(4, "192.168.1.77", timeoutMs, c); });
     }
 
@@ -287,7 +282,7 @@ TEST_F(Detect, ArpProbeFrameAndWhatCounts)
         if (c.frames.size() >= 49)
             c.frames.push_back(claim(kFree));
         Outcome o = arp_answered(c.frames, c.collision == 1 ? 6000 : 300);
-        EXPECT_EQ(0, o.peerStatus);
+        EXPECT_TRUE(o.answered);
         EXPECT_EQ(0, o.result);
         EXPECT_EQ(c.collision, o.collision);
         EXPECT_LT(o.seconds, 1.0 + sandbox::kLateSec) << "a claim or the bound ends it";
@@ -313,13 +308,13 @@ TEST_F(Detect, NdpOnlyAnAdvertisementForTheTargetCounts)
         SCOPED_TRACE(c.what);
         // The neighbour hears the solicitation in the target's group and answers by hand.
         Outcome o = answered(
-            AF_INET6, SOCK_RAW, IPPROTO_ICMPV6,
+            AF_INET6, IPPROTO_ICMPV6,
             [&](const Bytes &m) {
                 return m.size() == 24 && m[0] == 135 &&
                        memcmp(&m[8], &icmp6(135, target)[8], 16) == 0;
             },
             c.msgs, [&](int *col) { return probe(6, target, 300, col); });
-        EXPECT_EQ(0, o.peerStatus);
+        EXPECT_TRUE(o.answered);
         EXPECT_EQ(0, o.result);
         EXPECT_EQ(c.collision, o.collision);
     }
@@ -330,26 +325,23 @@ TEST_F(Detect, GratuitousArpOneAnnouncementOnTheWire)
     sandbox::veth("lan2", "nb2", &peer_);
     for (const char *dev : {"lan1", "lan2"}) { // lan2 has no address: refused, nothing sent
         SCOPED_TRACE(dev);
-        std::string heard = std::string("nb") + dev[3];
-        PeerTask peer(peer_, [&](const std::function<void()> &ready, int out) {
-            int fd = arp_socket(heard);
-            ready();
+        int fd = -1;
+        as_peer(peer_, [&] { fd = arp_socket(std::string("nb") + dev[3]); });
+        std::vector<Bytes> frames;
+        std::thread peer([&] {
             await(fd, 400, [&](const Bytes &f) {
-                put_bytes(out, Bytes{static_cast<uint8_t>(f.size())});
-                put_bytes(out, f);
+                frames.push_back(f);
                 return false;
             });
-            return fd < 0 ? 2 : 0;
         });
-        ASSERT_TRUE(peer.ready());
         {
             sandbox::FdCheck fds;
             EXPECT_EQ(dev[3] == '1' ? 0 : -1, NET_SendGratuitousPack(dev));
         }
-        EXPECT_EQ(0, peer.wait());
-        Bytes want = arp_frame(1, kBroadcast, own_, kDevIp, kNoMac, kDevIp);
-        want.insert(want.begin(), static_cast<uint8_t>(want.size()));
-        EXPECT_EQ(dev[3] == '1' ? want : Bytes{}, peer.output()) << "exactly one frame per call";
+        peer.join();
+        close(fd);
+        std::vector<Bytes> want{arp_frame(1, kBroadcast, own_, kDevIp, kNoMac, kDevIp)};
+        EXPECT_EQ(dev[3] == '1' ? want : std::vector<Bytes>{}, frames) << "one frame per call";
     }
 }
 
@@ -359,8 +351,10 @@ TEST_F(Detect, PingWhatTheFirstPacketBackDecides)
 {
     struct Answer {
         int delayMs;
-        std::function<Bytes(const Bytes &)> make;
-        bool ipOptions = false; // sent with a longer IP header
+        uint8_t type;   // 0: an echo reply
+        int idDelta;    // added to the request's identifier
+        size_t len;     // 0: the request's length
+        bool ipOptions; // sent with a longer IP header
     };
     const std::string unpack =
         expect_line("net_UnPackIcmp", "\"cann't get send time from icmp pack.\\n\"");
@@ -374,7 +368,7 @@ TEST_F(Detect, PingWhatTheFirstPacketBackDecides)
     } cases[] = {
         {"the neighbour's kernel answers", {}, 0, 1, 500000, 0, 1, ""},
         {"a reply after 1.5 s counts in microseconds",
-         {{1500, [](const Bytes &r) { return as_reply(r); }}},
+         {{1500, 0, 0, 0, false}},
          0,
          1.45e6,
          1.9e6,
@@ -392,33 +386,11 @@ TEST_F(Detect, PingWhatTheFirstPacketBackDecides)
         // The kernel never hands a raw ICMP socket less than 8 bytes of ICMP, nor a header
         // length past the data: those readers are left to the fuzz target. A reply cut to
         // its header is taken, its missing send time read as zero.
-        {"a reply of the header alone",
-         {{0, [](const Bytes &r) { return as_reply(r, 0, 0, 8); }}},
-         0,
-         -2.2e9,
-         2.2e9,
-         0,
-         1,
-         ""},
-        {"another process's reply",
-         {{0, [](const Bytes &r) { return as_reply(r, 0, 1); }}},
-         -1,
-         0,
-         0,
-         0,
-         1,
-         unpack},
-        {"another process's reply behind IP options",
-         {{0, [](const Bytes &r) { return as_reply(r, 0, 1); }, true}},
-         -1,
-         0,
-         0,
-         0,
-         1,
-         unpack},
+        {"a reply of the header alone", {{0, 0, 0, 8, false}}, 0, -2.2e9, 2.2e9, 0, 1, ""},
+        {"another process's reply", {{0, 0, 1, 0, false}}, -1, 0, 0, 0, 1, unpack},
+        {"another process's reply behind IP options", {{0, 0, 1, 0, true}}, -1, 0, 0, 0, 1, unpack},
         {"an unreachable message first",
-         {{0, [](const Bytes &r) { return as_reply(r, 3); }},
-          {10, [](const Bytes &r) { return as_reply(r); }}},
+         {{0, 3, 0, 0, false}, {10, 0, 0, 0, false}},
          -1,
          0,
          0,
@@ -432,42 +404,43 @@ TEST_F(Detect, PingWhatTheFirstPacketBackDecides)
                    " > /proc/sys/net/ipv4/icmp_echo_ignore_all");
         struct timeval now;
         gettimeofday(&now, nullptr);
-        PeerTask peer(peer_, [&](const std::function<void()> &ready, int out) {
-            int fd = socket(AF_INET, SOCK_RAW, IPPROTO_ICMP);
-            if (fd < 0)
-                return 2;
-            ready();
+        int fd = -1, optFd = -1;
+        as_peer(peer_, [&] {
+            fd = socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP);
+            optFd = socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP);
+        });
+        const uint8_t nops[8] = {IPOPT_NOP, IPOPT_NOP, IPOPT_NOP, IPOPT_NOP,
+                                 IPOPT_NOP, IPOPT_NOP, IPOPT_NOP, IPOPT_END};
+        // An emulator that cannot carry IP options sends the short header.
+        int withOptions = setsockopt(optFd, IPPROTO_IP, IP_OPTIONS, nops, sizeof nops) ? fd : optFd;
+        Bytes request;
+        bool sent = false;
+        std::thread peer([&] {
             Bytes ip;
             auto echo = [](const Bytes &d) {
                 return d.size() > 20 && d.size() > size_t((d[0] & 15) * 4) &&
                        d[(d[0] & 15) * 4] == 8;
             };
             if (!await(fd, 3000, echo, &ip))
-                return 3;
-            Bytes icmp(ip.begin() + (ip[0] & 15) * 4, ip.end());
-            put_bytes(out, icmp);
+                return;
+            request.assign(ip.begin() + (ip[0] & 15) * 4, ip.end());
             struct sockaddr_in to;
             memset(&to, 0, sizeof to);
             to.sin_family = AF_INET;
             inet_pton(AF_INET, "192.168.1.10", &to.sin_addr);
-            int optFd = socket(AF_INET, SOCK_RAW, IPPROTO_ICMP);
-            const uint8_t nops[8] = {IPOPT_NOP, IPOPT_NOP, IPOPT_NOP, IPOPT_NOP,
-                                     IPOPT_NOP, IPOPT_NOP, IPOPT_NOP, IPOPT_END};
-            // An emulator that cannot carry IP options sends the short header.
-            if (setsockopt(optFd, IPPROTO_IP, IP_OPTIONS, nops, sizeof nops) != 0)
-                optFd = fd;
+            sent = true;
             for (const Answer &a : c.answers) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(a.delayMs));
-                Bytes m = a.make(icmp);
-                if (sendto(a.ipOptions ? optFd : fd, m.data(), m.size(), 0,
-                           reinterpret_cast<sockaddr *>(&to), sizeof to) < 0)
-                    return 4;
+                Bytes m = as_reply(request, a.type, a.idDelta, a.len);
+                sent &= sendto(a.ipOptions ? withOptions : fd, m.data(), m.size(), 0,
+                               reinterpret_cast<sockaddr *>(&to), sizeof to) >= 0;
             }
-            return 0;
         });
-        ASSERT_TRUE(peer.ready());
         PingRun run = ping_as_pid1("lan1", "192.168.1.1");
-        EXPECT_EQ(0, peer.wait());
+        peer.join();
+        close(fd);
+        close(optFd);
+        EXPECT_TRUE(sent);
         EXPECT_EQ(1, run.pid);
         EXPECT_EQ(c.result, run.result);
         EXPECT_GE(run.seconds, c.minSec);
@@ -484,7 +457,6 @@ TEST_F(Detect, PingWhatTheFirstPacketBackDecides)
         }
         // The request: 64 bytes, identifier 1 (the pid), sequence 1, the send time in host
         // order at 8, zero data, a valid checksum.
-        Bytes request = peer.output();
         ASSERT_EQ(64u, request.size());
         EXPECT_EQ((Bytes{8, 0}), Bytes(request.begin(), request.begin() + 2));
         EXPECT_EQ(0, checksum(request));
