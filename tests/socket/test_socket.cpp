@@ -1,26 +1,257 @@
 // The three socket families (Socket_, _api, the utility calls) on real sockets: loopback, and
 // a neighbour namespace behind a veth link. Calls of different families that take the same
 // path share a table; their results differ (1, -1, print counts) and the tables say so.
-#include <net/if.h>
+#include <arpa/inet.h>
+#include <ctype.h>
+#include <fcntl.h>
 #include <netdb.h>
+#include <netinet/in.h>
+#include <sched.h>
+#include <stdio.h>
+#include <string.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <functional>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "libnetwork.h"
-#include "test_socket_support.h"
+#include "sandbox.h"
 
 using sandbox::expect_line;
 using sandbox::LogCapture;
-using namespace socktest;
-
-using SocketNet = NeighbourLink;
 
 namespace
 {
+
+// A descriptor owned by a test.
+class Fd
+{
+  public:
+    explicit Fd(int fd = -1) : fd_(fd) {}
+    ~Fd() { reset(); }
+    Fd(Fd &&o) noexcept : fd_(o.release()) {}
+    Fd &operator=(Fd &&o) noexcept
+    {
+        reset(o.release());
+        return *this;
+    }
+    int get() const { return fd_; }
+    int release() { return std::exchange(fd_, -1); }
+    void reset(int fd = -1)
+    {
+        if (fd_ >= 0)
+            close(fd_);
+        fd_ = fd;
+    }
+
+  private:
+    int fd_;
+};
+
+// Either family in one storage, from text ("10.0.0.1" or "::1") and port.
+struct sockaddr_in6 addr(const char *text, unsigned short port)
+{
+    struct sockaddr_in6 a;
+    memset(&a, 0, sizeof a);
+    if (strchr(text, ':') == nullptr) {
+        auto *v4 = reinterpret_cast<struct sockaddr_in *>(&a);
+        v4->sin_family = AF_INET;
+        v4->sin_port = htons(port);
+        inet_pton(AF_INET, text, &v4->sin_addr);
+    } else {
+        a.sin6_family = AF_INET6;
+        a.sin6_port = htons(port);
+        inet_pton(AF_INET6, text, &a.sin6_addr);
+    }
+    return a;
+}
+
+template <class T> struct sockaddr *sa(T &a)
+{
+    return reinterpret_cast<struct sockaddr *>(&a);
+}
+socklen_t len_of(const struct sockaddr_in6 &a)
+{
+    return a.sin6_family == AF_INET ? sizeof(sockaddr_in) : sizeof a;
+}
+unsigned short port_of(int fd)
+{
+    struct sockaddr_in6 a;
+    socklen_t len = sizeof a;
+    getsockname(fd, sa(a), &len);
+    return ntohs(a.sin6_port); // same offset in both families
+}
+
+// A listening TCP socket at text (port 0: any).
+Fd listener(const char *text, unsigned short port = 0)
+{
+    struct sockaddr_in6 a = addr(text, port);
+    Fd fd(socket(a.sin6_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    int on = 1;
+    setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    EXPECT_EQ(0, bind(fd.get(), sa(a), len_of(a))) << text << ": " << strerror(errno);
+    EXPECT_EQ(0, listen(fd.get(), 8)) << strerror(errno);
+    return fd;
+}
+
+// A TCP socket bound at text, never listening: its port stays free and closed.
+Fd bound(const char *text = "127.0.0.1")
+{
+    struct sockaddr_in6 a = addr(text, 0);
+    Fd fd(socket(a.sin6_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    EXPECT_EQ(0, bind(fd.get(), sa(a), len_of(a)));
+    return fd;
+}
+
+// A connected TCP pair: client and the accepted server side. With a peer, the client
+// lives in the neighbour's namespace and connects to here.
+struct TcpPair {
+    Fd client;
+    Fd server;
+};
+
+// A socket in the neighbour's network namespace (made by a thread that enters it; the socket
+// keeps that namespace for good).
+Fd socket_in(const sandbox::Peer &peer, int domain, int type)
+{
+    int fd = -1;
+    std::thread t([&] {
+        std::string ns = "/proc/" + std::to_string(peer.pid()) + "/ns/net";
+        int nsfd = open(ns.c_str(), O_RDONLY | O_CLOEXEC);
+        if (nsfd >= 0 && setns(nsfd, CLONE_NEWNET) == 0)
+            fd = socket(domain, type | SOCK_CLOEXEC, 0);
+        if (nsfd >= 0)
+            close(nsfd);
+    });
+    t.join();
+    return Fd(fd);
+}
+
+TcpPair tcp_pair(const char *here = "127.0.0.1", const sandbox::Peer *peer = nullptr)
+{
+    Fd l = listener(here);
+    struct sockaddr_in6 to = addr(here, port_of(l.get()));
+    TcpPair p;
+    p.client = peer ? socket_in(*peer, to.sin6_family, SOCK_STREAM)
+                    : Fd(socket(to.sin6_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    EXPECT_EQ(0, connect(p.client.get(), sa(to), len_of(to))) << strerror(errno);
+    p.server.reset(accept4(l.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    return p;
+}
+
+// A neighbour's socket listening at text.
+Fd neighbour_listener(const sandbox::Peer &peer, const char *text, unsigned short port)
+{
+    struct sockaddr_in6 a = addr(text, port);
+    Fd l = socket_in(peer, a.sin6_family, SOCK_STREAM);
+    EXPECT_EQ(0, bind(l.get(), sa(a), len_of(a))) << strerror(errno);
+    EXPECT_EQ(0, listen(l.get(), 16));
+    return l;
+}
+
+// A veth link to a neighbour: "eth0" here (10.9.0.1/24, 2001:db8:9::1/64) and "peer0" there
+// (10.9.0.2/24, 2001:db8:9::2/64). 10.9.0.77 is on the link but nobody answers for it.
+class NeighbourLink : public ::testing::Test
+{
+  protected:
+    void SetUp() override
+    {
+        REQUIRE_SANDBOX();
+        sandbox::veth("eth0", "peer0", &peer_);
+        sandbox::addr_add("eth0", "10.9.0.1/24");
+        sandbox::addr_add("eth0", "2001:db8:9::1/64");
+        peer_.must("ip addr add 10.9.0.2/24 dev peer0 && "
+                   "ip addr add 2001:db8:9::2/64 dev peer0 nodad");
+    }
+    sandbox::Peer peer_;
+};
+
+// Standard output of this process while it lives (the C library's buffer included).
+class StdoutCapture
+{
+  public:
+    StdoutCapture() : saved_(dup(STDOUT_FILENO)), file_(tmpfile())
+    {
+        fflush(stdout);
+        dup2(fileno(file_), STDOUT_FILENO);
+    }
+    ~StdoutCapture() { raw(); }
+    // Everything printed so far, as printed; stops the capture.
+    const std::string &raw()
+    {
+        if (saved_ >= 0) {
+            fflush(stdout);
+            dup2(saved_, STDOUT_FILENO);
+            close(std::exchange(saved_, -1));
+            raw_.resize(static_cast<size_t>(ftell(file_)));
+            rewind(file_);
+            raw_.resize(fread(&raw_[0], 1, raw_.size(), file_));
+            fclose(file_);
+        }
+        return raw_;
+    }
+    // The same with every ":line:<digits>:" of the _api family's frames blanked to ":line::".
+    std::string text()
+    {
+        std::string t = raw();
+        for (size_t at = 0; (at = t.find(":line:", at)) != std::string::npos;) {
+            at += 6;
+            t.erase(at, t.find_first_not_of("0123456789", at) - at);
+        }
+        return t;
+    }
+
+  private:
+    int saved_;
+    FILE *file_;
+    std::string raw_;
+};
+
+// The _api family's framed diagnostic, as printed, with the line number left blank.
+std::string api_frame(const std::string &func, const std::string &msg)
+{
+    return "\n\n=======src/socketapi.cpp: " + func + ":line::===========\n" + msg +
+           std::string(44, '*') + "\n\n";
+}
+
+// The namespace's count of TCP connection attempts (SYNs sent by connect).
+long tcp_active_opens()
+{
+    return std::stol(sandbox::sh_out("awk '/^Tcp:/ { getline; print $6 }' /proc/net/snmp"));
+}
+
+class Stopwatch
+{
+  public:
+    double ms() const
+    {
+        return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start_)
+            .count();
+    }
+
+  private:
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+bool is_nonblocking(int fd)
+{
+    return (fcntl(fd, F_GETFL) & O_NONBLOCK) != 0;
+}
+
+int sockopt(int fd, int level, int name)
+{
+    int v = -1;
+    socklen_t len = sizeof v;
+    getsockopt(fd, level, name, &v, &len);
+    return v;
+}
 
 // Results of calls that print: the print's character count stands for the result.
 constexpr int kPrintCount = 1000000;
@@ -31,6 +262,8 @@ std::string maddr()
 }
 
 } // namespace
+
+using SocketNet = NeighbourLink;
 
 // ---- Reads and writes ----------------------------------------------------------------------
 
@@ -47,8 +280,6 @@ TEST(Socket, ExactReadsAndWritesMoveWholeBuffers)
         {"ftp", [](int s, char *b, int n) { return Socket_WritetoFtp(s, b, n); },
          [](int s, char *b, int n) { return Socket_Readn(s, b, n); }},
         {"util", [](int s, char *b, int n) { return writen(s, b, n); },
-         [](int s, char *b, int n) { return readn(s, b, n); }},
-        {"rtsp", [](int s, char *b, int n) { return rtspserver_writen(s, b, n); },
          [](int s, char *b, int n) { return readn(s, b, n); }},
         {"_api", [](int s, char *b, int n) { return writen_api(s, b, n); },
          [](int s, char *b, int n) { return readn_api(s, b, n); }},
@@ -148,7 +379,6 @@ TEST(Socket, SocketLogLines)
     struct sockaddr_in6 to = addr("127.0.0.1", 1), any, unixFamily;
     memset(&unixFamily, 0, sizeof unixFamily);
     unixFamily.sin6_family = AF_UNIX;
-    auto *group = reinterpret_cast<struct sockaddr_in *>(&to);
     unsigned int alen = sizeof(sockaddr_in);
     int v = 1, sock = -1, iPort = 1;
     unsigned int vlen = sizeof v;
@@ -160,7 +390,6 @@ TEST(Socket, SocketLogLines)
     auto div = [&](std::string text, const char *beg, const char *end, int size) {
         return kv_div_string(&text[0], beg, end, buf, size);
     };
-    const char *conPara = "7 Socket_ConnectwithTimeout \"connect_with_timeout para error\\n\"";
     const char *accPara =
         "7 Socket_AcceptWithTimeout \"socket_accept_with_timeout: param err.\\n\"";
     const std::string enhance =
@@ -181,8 +410,8 @@ TEST(Socket, SocketLogLines)
          "7 Socket_WritetoFtp \"setsockopt error 88\"|7 Socket_Write \"Send() error, 0x58\\n\""},
         {-1, [&] { return Socket_WritetoFtp(-1, buf, 11); },
          "7 Socket_WritetoFtp \"setsockopt error 9\"|7 Socket_WritetoFtp \"select failed 9\\n\""},
-        {1, [&] { return Socket_ConnectwithTimeout(u.get(), nullptr, 100); }, conPara},
-        {1, [&] { return Socket_ConnectwithTimeout(-1, sa(to), 100); }, conPara},
+        {1, [&] { return Socket_ConnectwithTimeout(-1, sa(to), 100); },
+         "7 Socket_ConnectwithTimeout \"connect_with_timeout para error\\n\""},
         {-1, [&] { return Socket_AcceptWithTimeout(0, nullptr, 10); }, accPara},
         {-1, [&] { return Socket_AcceptWithTimeout(l.get(), nullptr, 10); },
          "7 Socket_AcceptWithTimeout \"time out.\\n\""},
@@ -203,14 +432,11 @@ TEST(Socket, SocketLogLines)
          "7 Socket_Listen \"socket_listen failed: errno 95\\n\""},
         {-1, [&] { return Socket_RecvFrom(-1, buf, 4, sa(any)); },
          "7 Socket_RecvFrom \"socket_recvfrom param failed\\n\""},
-        {-1, [&] { return Socket_RecvFrom(3, buf, 4, nullptr); },
-         "7 Socket_RecvFrom \"socket_recvfrom param failed\\n\""},
         {-1, [] { return Socket_Reuse(-1); }, ""}, // the plain setsockopt result, not 1
         {-1, [&] { return Socket_SendTo(u.get(), "x", -1, sa(to)); }, ""}, // never past the buffer
         {1, [&] { return Socket_Bind(3, nullptr); }, ""},
         {1, [&] { return Socket_Bind(3, sa(unixFamily)); }, ""},
         {1, [&] { return Socket_TcpCliCom(nullptr, &iPort, &sock, 1); }, ""},
-        {1, [&] { return Socket_TcpCliCom("127.0.0.1", &iPort, nullptr, 1); }, ""},
         {0, [&] { return Is_IpV4Addr(nullptr, &out); },
          "7 Is_IpV4Addr \"is_string_ipaddr_ipv4, input is null!\\n\""},
         {0, [&] { return Is_IpV4Addr("", &out); }, "6 Is_IpV4Addr \"NULL entry\\n\""},
@@ -259,19 +485,12 @@ TEST(Socket, SocketLogLines)
         {-2, [&] { return div("a;b=c", "=", ";", 16); }, "@kv_div_string#not find aft"},
         {-2, [&] { return div("abc", "x", "", 16); }, "@kv_div_string#not find beg"},
         {-1, [&] { return kv_div_string(nullptr, "=", ";", buf, 3); }, ""},
-        {-1, [&] { return kv_div_string(buf, "=", ";", nullptr, 3); }, ""},
         // The utility family neither logs nor prints.
-        {-1, [&] { return readn(0, buf, 4); }, ""},
         {-1, [&] { return readn(r, nullptr, 4); }, ""},
-        {-1, [&] { return readn(r, buf, -1); }, ""},
         {-1, [&] { return writen(s, nullptr, 4); }, ""},
-        {-1, [&] { return rtspserver_writen(s, buf, -1); }, ""},
         {0, [&] { return writen(s, buf, 0); }, ""},
-        {0, [&] { return send_data_insmall_packet(-1, buf, 8, 4); }, ""},
         {0, [&] { return send_data_insmall_packet(s, nullptr, 8, 4); }, ""},
-        {0, [&] { return send_data_insmall_packet(s, buf, 8, 0); }, ""},
         {-1, [&] { return socket_recvfrom(u.get(), nullptr, 8, sa(any)); }, ""},
-        {-1, [&] { return socket_recvfrom(u.get(), buf, 0, sa(any)); }, ""},
         {-1, [&] { return socket_bind(u.get(), nullptr); }, ""},
         {-1, [&] { return socket_bind(u.get(), sa(unixFamily)); }, ""},
         {-1, [] { return socket_create(12345, SOCK_DGRAM, 0); }, ""},
@@ -284,11 +503,9 @@ TEST(Socket, SocketLogLines)
         {-1, [] { return tcp_bind_connect(nullptr, 9000, "127.0.0.1", 0, 0); }, ""},
         // A local address is required: without a usable one every bind fails.
         {-1, [] { return tcp_bind_connect("127.0.0.1", 9000, "not-an-address", 0, 0); }, ""},
-        {-1, [] { return tcp_bind_connect("127.0.0.1", 9000, nullptr, 0, 0); }, ""},
         {-1, [] { return udp_bind_connect("127.0.0.1", 9000, "", 0); }, ""},
         {-1, [&] { return get_peer_addr(3, nullptr); }, ""},
         {-1, [&] { return get_peer_addr(u.get(), &peer); }, ""}, // not connected
-        {-1, [&] { return mcast_join(u.get(), group, 0); }, ""},
         {-1, [&] { return mcast_join(u.get(), nullptr, 16); }, ""},
         {-1, [&] { return mcast_join_ex(u.get(), nullptr, "eth0"); }, ""},
         {-1, [&] { return mcast_leave(u.get(), nullptr, 0); }, ""},
@@ -454,13 +671,7 @@ TEST_F(SocketNet, IpConnectWithTimeout)
     Fd s6(ip_connect_withtimeout("2001:db8:9::2", 8006, -1));
     ASSERT_GT(s6.get(), 2);
     EXPECT_FALSE(is_nonblocking(s6.get()));
-}
-
-// A name with two addresses, the first of which refuses: a blocking call stops there.
-TEST(Socket, IpConnectBlockingTriesOnlyTheFirstAddress)
-{
-    REQUIRE_SANDBOX();
-    sandbox::FdCheck fds;
+    // A name with two addresses, the first of which refuses: a blocking call stops there.
     sandbox::write_file("/etc/hosts", "127.0.0.1 twice\n127.0.0.2 twice\n");
     struct addrinfo hints, *res = nullptr;
     memset(&hints, 0, sizeof hints);
@@ -471,12 +682,12 @@ TEST(Socket, IpConnectBlockingTriesOnlyTheFirstAddress)
     inet_ntop(AF_INET, &reinterpret_cast<sockaddr_in *>(res->ai_next->ai_addr)->sin_addr, second,
               sizeof second);
     freeaddrinfo(res);
-    Fd l = listener(second); // only the second address answers
+    Fd l2 = listener(second); // only the second address answers
     long before = tcp_active_opens();
-    EXPECT_EQ(-1, ip_connect_withtimeout("twice", port_of(l.get()), -1));
+    EXPECT_EQ(-1, ip_connect_withtimeout("twice", port_of(l2.get()), -1));
     EXPECT_EQ(1, tcp_active_opens() - before);
-    Fd s(ip_connect_withtimeout("twice", port_of(l.get()), 1000));
-    EXPECT_GT(s.get(), 2);
+    Fd s2(ip_connect_withtimeout("twice", port_of(l2.get()), 1000));
+    EXPECT_GT(s2.get(), 2);
     EXPECT_EQ(3, tcp_active_opens() - before);
 }
 
@@ -522,7 +733,7 @@ TEST(Socket, OneCallServersListenOnEveryAddress)
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.what);
-        unsigned short port = ClosedPort().port();
+        unsigned short port = port_of(bound().get());
         Fd srv(c.call(port));
         ASSERT_GT(srv.get(), 2);
         EXPECT_EQ(1, sockopt(srv.get(), SOL_SOCKET, SO_ACCEPTCONN));
@@ -585,7 +796,7 @@ TEST(Socket, OneCallClientsKeepTheLinkAlive)
         EXPECT_EQ(2, sockopt(s.get(), IPPROTO_TCP, 6 /* TCP_KEEPCNT */));
         EXPECT_FALSE(is_nonblocking(s.get()));
     }
-    unsigned short local = ClosedPort().port();
+    unsigned short local = port_of(bound().get());
     Fd s(tcp_bind_connect("127.0.0.1", port_of(l.get()), "127.0.0.1", local, 0));
     EXPECT_EQ(local, port_of(s.get()));
 }
@@ -595,7 +806,8 @@ TEST(Socket, OneCallClientsRetryAgainstAClosedPort)
 {
     REQUIRE_SANDBOX();
     sandbox::FdCheck fds;
-    ClosedPort closed;
+    Fd closedFd = bound();
+    const unsigned short closedPort = port_of(closedFd.get());
     struct Case {
         const Client &client;
         int retry;
@@ -608,7 +820,7 @@ TEST(Socket, OneCallClientsRetryAgainstAClosedPort)
         long before = tcp_active_opens();
         Stopwatch sw;
         StdoutCapture cap;
-        EXPECT_EQ(c.client.refused, c.client.call(closed.port(), c.retry, &sock));
+        EXPECT_EQ(c.client.refused, c.client.call(closedPort, c.retry, &sock));
         std::string out = cap.raw();
         double nominal = c.attempts * (c.retry == 0 ? 1000 : 5000);
         EXPECT_GE(sw.ms(), nominal - 100);
@@ -617,7 +829,7 @@ TEST(Socket, OneCallClientsRetryAgainstAClosedPort)
         if (c.retry == 0) {
             // The attempts reuse one socket, so the kernel may answer one at once without
             // sending anything: count the reports, "...[<socket>  127.0.0.1:<port>  <n>]...".
-            std::string want = "  127.0.0.1:" + std::to_string(closed.port()) + "  ";
+            std::string want = "  127.0.0.1:" + std::to_string(closedPort) + "  ";
             for (const char *n : {"1]", "2]", "3]"})
                 EXPECT_NE(std::string::npos, out.find(want + n)) << out;
             EXPECT_EQ(3, std::count(out.begin(), out.end(), '\n')) << out;
@@ -676,18 +888,12 @@ TEST(Socket, DatagramsInBothFamilies)
     EXPECT_EQ(0, socket_reuse(t.get()));
     EXPECT_EQ(0, set_socket_linger(t.get(), 1, 0));
     EXPECT_EQ(0, set_socket_keeplive(t.get(), 1, 10, 4, 2));
-}
-
-TEST(Socket, UdpBindConnect)
-{
-    REQUIRE_SANDBOX();
-    sandbox::FdCheck fds;
+    // udp_bind_connect: sent from the local port asked for.
     Fd rx(socket(AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     struct sockaddr_in6 at = addr("::1", 0), from;
     ASSERT_EQ(0, bind(rx.get(), sa(at), sizeof at));
-    unsigned short local = ClosedPort().port();
+    unsigned short local = port_of(bound().get());
     Fd s(udp_bind_connect("::1", port_of(rx.get()), "::1", local));
-    ASSERT_GT(s.get(), 2);
     ASSERT_EQ(4, send(s.get(), "ping", 4, 0));
     char buf[8];
     socklen_t len = sizeof from;
@@ -733,8 +939,6 @@ TEST(Socket, MakeAddrByString)
     Make_AddrbyString(AF_INET, "255.255.255.255", 1, sa(a));
     EXPECT_EQ(0xFFFFFFFFu, a.sin_addr.s_addr); // left written
     EXPECT_EQ(0, a.sin_family);
-    EXPECT_EQ(1, Make_AddrbyString(AF_INET, "1.2.3.4", 1, nullptr));
-    EXPECT_EQ(-1, make_addr_bystring(AF_INET, "1.2.3.4", 1, nullptr));
 }
 
 TEST(Socket, AddressTextsShareTheirBuffers)
