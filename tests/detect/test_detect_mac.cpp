@@ -237,43 +237,38 @@ TEST_F(MacMonitor, SetUpEndingsAndLookups)
     EXPECT_EQ(0, NET_CreateMacCollThread(nullptr)); // does nothing
     EXPECT_EQ(0, NET_CreateMacCollThread(const_cast<char *>("lan1")));
     EXPECT_EQ(before, threads());
-    int st = 5;
-    struct Case {
-        const char *setup;
-        std::function<long()> call;
-        Leveled log;
-    } cases[] = {
-        {"true",
-         [] { return (long)net_DetectMacCollisionThread(nullptr); },
-         {line(3, "\"parameter 'pvArgv' is null!\"")}},
-        // Only the loopback: an empty list, so no MAC at all.
-        {"true",
-         [] { return (long)net_DetectMacCollisionThread(const_cast<char *>("lan1")); },
-         {line(3, "\"Get interface Mac failed, pcSourceMacAddr: (nil).\"")}},
-        // A tunnel has no hardware address: listed by its IPv4 address, MAC all zero.
-        {"ip tuntap add dev tun0 mode tun && ip addr add 10.9.9.9/32 dev tun0",
-         [] { return (long)net_DetectMacCollisionThread(const_cast<char *>("tun0")); },
-         {line(3, "\"Mac address can not be set zero. \\n\"")}},
-        {"true",
-         [&] { return NET_GetMacCollStatus(nullptr, &st) + 1L; },
-         {line(3, "\"parameter is null\"", "NET_GetMacCollStatus")}},
-        {"true",
-         [&] { return NET_GetMacCollStatus("lan1", nullptr) + 1L; },
-         {line(3, "\"parameter is null\"", "NET_GetMacCollStatus")}},
-        // None of the set-ups above took a slot.
-        {"true",
-         [&] { return NET_GetMacCollStatus("tun0", &st) + 1L; },
-         {line(3, "\"can't find Mac Collsion thread of 'tun0'!\"", "NET_GetMacCollStatus")}},
-        {"true",
-         [&] { return NET_GetMacCollStatus("lan1", &st) + 1L; },
-         {line(3, "\"can't find Mac Collsion thread of 'lan1'!\"", "NET_GetMacCollStatus")}},
+    // Set-ups that end: no argument; only the loopback, an empty list, so no MAC at all; a
+    // tunnel, which has no hardware address (listed by its IPv4 address, MAC all zero).
+    struct Ending {
+        const char *arg, *setup, *msg;
+    } endings[] = {
+        {nullptr, "true", "\"parameter 'pvArgv' is null!\""},
+        {"lan1", "true", "\"Get interface Mac failed, pcSourceMacAddr: (nil).\""},
+        {"tun0", "ip tuntap add dev tun0 mode tun && ip addr add 10.9.9.9/32 dev tun0",
+         "\"Mac address can not be set zero. \\n\""},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(&c - cases);
-        sandbox::must(c.setup);
+    for (const Ending &e : endings) {
+        sandbox::must(e.setup);
         LogCapture log;
-        EXPECT_EQ(0, c.call()); // a null thread result, or -1 from the look-up
-        EXPECT_EQ(c.log, leveled(log));
+        EXPECT_EQ(nullptr, net_DetectMacCollisionThread(const_cast<char *>(e.arg)));
+        EXPECT_EQ(Leveled{line(3, e.msg)}, leveled(log));
+    }
+    // Refused look-ups: none of the endings took a slot.
+    int st = 5;
+    struct Lookup {
+        const char *name;
+        int *out;
+        const char *msg;
+    } lookups[] = {
+        {nullptr, &st, "\"parameter is null\""},
+        {"lan1", nullptr, "\"parameter is null\""},
+        {"tun0", &st, "\"can't find Mac Collsion thread of 'tun0'!\""},
+        {"lan1", &st, "\"can't find Mac Collsion thread of 'lan1'!\""},
+    };
+    for (const Lookup &l : lookups) {
+        LogCapture log;
+        EXPECT_EQ(-1, NET_GetMacCollStatus(l.name, l.out));
+        EXPECT_EQ(Leveled{line(3, l.msg, "NET_GetMacCollStatus")}, leveled(log));
         EXPECT_EQ(5, st);
     }
 }
