@@ -5,11 +5,12 @@
 #include <netinet/in.h>
 #include <netinet/ip.h>
 #include <sched.h>
+#include <sys/mman.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 
 #include <cmath>
-#include <sstream>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -73,52 +74,37 @@ struct PingRun {
     double time = -1;
     int pid = 0;
     double seconds = 0;
-    std::vector<std::string> log;
+    char log[2][160] = {};
 };
 
 // NET_Ping as pid 1 of a new pid namespace: replies are matched by the whole process id.
 PingRun ping_as_pid1(const char *ifname, const char *host)
 {
-    int fds[2];
-    PingRun run;
-    if (pipe(fds) != 0)
-        return run;
+    void *mem =
+        mmap(nullptr, sizeof(PingRun), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    PingRun *run = new (mem) PingRun;
     pid_t child = fork();
     if (child == 0) {
-        close(fds[0]);
-        if (unshare(CLONE_NEWPID) != 0)
-            _exit(10);
-        pid_t init = fork();
+        pid_t init = unshare(CLONE_NEWPID) == 0 ? fork() : -1;
         if (init == 0) {
             LogCapture log;
             auto start = std::chrono::steady_clock::now();
-            run.result = NET_Ping(ifname, host, &run.time);
-            std::ostringstream out;
-            out.precision(17);
-            out << run.result << ' ' << run.time << ' ' << getpid() << ' ' << since(start) << '\n';
-            for (const std::string &l : log.texts())
-                out << l << '\n';
-            std::string s = out.str();
-            _exit(write(fds[1], s.data(), s.size()) == static_cast<ssize_t>(s.size()) ? 0 : 11);
+            run->result = NET_Ping(ifname, host, &run->time);
+            run->seconds = since(start);
+            run->pid = getpid();
+            for (size_t i = 0; i < log.texts().size() && i < 2; ++i)
+                snprintf(run->log[i], sizeof run->log[i], "%s", log.texts()[i].c_str());
+            _exit(0);
         }
         int st = 0;
         _exit(init > 0 && waitpid(init, &st, 0) == init && WIFEXITED(st) ? WEXITSTATUS(st) : 12);
     }
-    close(fds[1]);
-    std::string all;
-    char buf[512];
-    for (ssize_t n; (n = read(fds[0], buf, sizeof buf)) > 0;)
-        all.append(buf, static_cast<size_t>(n));
-    close(fds[0]);
     int st = 0;
     waitpid(child, &st, 0);
     EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << "pid namespace child failed";
-    std::istringstream in(all);
-    in >> run.result >> run.time >> run.pid >> run.seconds;
-    in.ignore(1);
-    for (std::string l; std::getline(in, l);)
-        run.log.push_back(l);
-    return run;
+    PingRun out = *run;
+    munmap(mem, sizeof(PingRun));
+    return out;
 }
 
 } // namespace
@@ -130,41 +116,32 @@ class Detect : public NeighbourLink
         int result = -2;
         int collision = 7; // the caller's value, kept unless a host claims the address
         double seconds = 0;
-        Bytes seen; // what the neighbour saw
-        bool answered = false;
+        Bytes seen;            // the frame the neighbour waited for
+        bool answered = false; // seen, and the reply sent
     };
+    using Match = std::function<bool(const Bytes &)>;
+    using Reply = std::function<bool(int fd, const Bytes &seen)>;
 
-    // Runs call while a socket in the neighbour's namespace waits for the frame that
-    // matches, keeps it and sends frames back.
-    Outcome answered(int domain, int proto, const std::function<bool(const Bytes &)> &match,
-                     const std::vector<Bytes> &frames, const std::function<int(int *)> &call)
+    // Runs call while a socket in the neighbour's namespace (ARP: on dev; IPv6: in the
+    // target's solicited-node group) waits for the first frame that matches and replies.
+    Outcome answered(int domain, int proto, const Match &match, const Reply &reply,
+                     const std::function<int(int *)> &call, const char *dev = "nb1")
     {
         Outcome o;
         int fd = -1;
         struct ipv6_mreq req;
         as_peer(peer_, [&] {
-            req.ipv6mr_interface = if_nametoindex("nb1");
-            fd = domain == AF_PACKET ? arp_socket("nb1") : socket(domain, SOCK_RAW, proto);
+            req.ipv6mr_interface = peerIndex_ = if_nametoindex(dev);
+            fd = domain == AF_PACKET ? arp_socket(dev) : socket(domain, SOCK_RAW, proto);
         });
         inet_pton(AF_INET6, "ff02::1:ff00:77", &req.ipv6mr_multiaddr);
         int hops = 255;
         EXPECT_TRUE(fd >= 0 &&
-                    (domain == AF_PACKET ||
-                     (setsockopt(fd, IPPROTO_IPV6, IPV6_JOIN_GROUP, &req, sizeof req) == 0 &&
-                      setsockopt(fd, IPPROTO_IPV6, IPV6_MULTICAST_HOPS, &hops, sizeof hops) == 0)));
-        std::thread peer([&] {
-            if (!await(fd, 3000, match, &o.seen))
-                return;
-            struct sockaddr_in6 all;
-            memset(&all, 0, sizeof all);
-            all.sin6_family = AF_INET6;
-            inet_pton(AF_INET6, "ff02::1", &all.sin6_addr);
-            all.sin6_scope_id = req.ipv6mr_interface;
-            o.answered = domain == AF_PACKET ? send_all(fd, frames) : true;
-            for (const Bytes &m : domain == AF_PACKET ? std::vector<Bytes>{} : frames)
-                o.answered &= sendto(fd, m.data(), m.size(), 0, reinterpret_cast<sockaddr *>(&all),
-                                     sizeof all) >= 0;
-        });
+                    (domain != AF_INET6 ||
+                     (!setsockopt(fd, IPPROTO_IPV6, IPV6_JOIN_GROUP, &req, sizeof req) &&
+                      !setsockopt(fd, IPPROTO_IPV6, IPV6_MULTICAST_HOPS, &hops, sizeof hops))));
+        std::thread peer(
+            [&] { o.answered = await(fd, 3000, match, &o.seen) && reply(fd, o.seen); });
         {
             sandbox::FdCheck fds;
             auto start = std::chrono::steady_clock::now();
@@ -182,11 +159,13 @@ class Detect : public NeighbourLink
             return f.size() >= 42 && f[21] == 1 && memcmp(&f[28], "\0\0\0\0", 4) == 0 &&
                    memcmp(&f[38], kFree.data(), 4) == 0;
         };
-        return answered(AF_PACKET, 0, isProbe, frames,
-                        [&](int *c) { return probe(4, "192.168.1.77", timeoutMs, c); });
+        return answered(
+            AF_PACKET, 0, isProbe, [&](int fd, const Bytes &) { return send_all(fd, frames); },
+            [&](int *c) { return probe(4, "192.168.1.77", timeoutMs, c); });
     }
 
     Bytes claim(const Ip4 &addr) const { return arp_frame(2, own_, kPeerMac, addr, own_, kDevIp); }
+    unsigned peerIndex_ = 0; // of dev, in the neighbour's namespace
 };
 
 // ---- The probes --------------------------------------------------------------------------
@@ -302,13 +281,23 @@ TEST_F(Detect, NdpOnlyAnAdvertisementForTheTargetCounts)
     for (const Case &c : cases) {
         SCOPED_TRACE(c.what);
         // The neighbour hears the solicitation in the target's group and answers by hand.
-        Outcome o = answered(
-            AF_INET6, IPPROTO_ICMPV6,
-            [&](const Bytes &m) {
-                return m.size() == 24 && m[0] == 135 &&
-                       memcmp(&m[8], &icmp6(135, target)[8], 16) == 0;
-            },
-            c.msgs, [&](int *col) { return probe(6, target, 300, col); });
+        auto solicitation = [&](const Bytes &m) {
+            return m.size() == 24 && m[0] == 135 && memcmp(&m[8], &icmp6(135, target)[8], 16) == 0;
+        };
+        auto toAll = [&](int fd, const Bytes &) {
+            struct sockaddr_in6 all;
+            memset(&all, 0, sizeof all);
+            all.sin6_family = AF_INET6;
+            inet_pton(AF_INET6, "ff02::1", &all.sin6_addr);
+            all.sin6_scope_id = peerIndex_;
+            bool ok = true;
+            for (const Bytes &m : c.msgs)
+                ok &= sendto(fd, m.data(), m.size(), 0, reinterpret_cast<sockaddr *>(&all),
+                             sizeof all) >= 0;
+            return ok;
+        };
+        Outcome o = answered(AF_INET6, IPPROTO_ICMPV6, solicitation, toAll,
+                             [&](int *col) { return probe(6, target, 300, col); });
         EXPECT_TRUE(o.answered);
         EXPECT_EQ(0, o.result);
         EXPECT_EQ(c.collision, o.collision);
@@ -320,21 +309,12 @@ TEST_F(Detect, GratuitousArpOneAnnouncementOnTheWire)
     sandbox::veth("lan2", "nb2", &peer_);
     for (const char *dev : {"lan1", "lan2"}) { // lan2 has no address: refused, nothing sent
         SCOPED_TRACE(dev);
-        int fd = -1;
-        as_peer(peer_, [&] { fd = arp_socket(std::string("nb") + dev[3]); });
         std::vector<Bytes> frames;
-        std::thread peer([&] {
-            await(fd, 400, [&](const Bytes &f) {
-                frames.push_back(f);
-                return false;
-            });
-        });
-        {
-            sandbox::FdCheck fds;
-            EXPECT_EQ(dev[3] == '1' ? 0 : -1, NET_SendGratuitousPack(dev));
-        }
-        peer.join();
-        close(fd);
+        auto all = [&](const Bytes &f) { return frames.push_back(f), false; };
+        Outcome o = answered(
+            AF_PACKET, 0, all, nullptr, [&](int *) { return NET_SendGratuitousPack(dev); },
+            dev[3] == '1' ? "nb1" : "nb2");
+        EXPECT_EQ(dev[3] == '1' ? 0 : -1, o.result);
         std::vector<Bytes> want{arp_frame(1, kBroadcast, own_, kDevIp, kNoMac, kDevIp)};
         EXPECT_EQ(dev[3] == '1' ? want : std::vector<Bytes>{}, frames) << "one frame per call";
     }
@@ -379,43 +359,38 @@ TEST_F(Detect, PingWhatTheFirstPacketBackDecides)
                    " > /proc/sys/net/ipv4/icmp_echo_ignore_all");
         struct timeval now;
         gettimeofday(&now, nullptr);
-        int fd = -1, optFd = -1;
-        as_peer(peer_, [&] {
-            fd = socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP);
-            optFd = socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP);
-        });
+        int optFd = -1;
+        as_peer(peer_, [&] { optFd = socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP); });
         const uint8_t nops[8] = {IPOPT_NOP, IPOPT_NOP, IPOPT_NOP, IPOPT_NOP,
                                  IPOPT_NOP, IPOPT_NOP, IPOPT_NOP, IPOPT_END};
         // An emulator that cannot carry IP options sends the short header.
-        int withOptions = setsockopt(optFd, IPPROTO_IP, IP_OPTIONS, nops, sizeof nops) ? fd : optFd;
-        Bytes request;
-        bool sent = false;
-        std::thread peer([&] {
-            Bytes ip;
-            auto echo = [](const Bytes &d) {
-                return d.size() > 20 && d.size() > size_t((d[0] & 15) * 4) &&
-                       d[(d[0] & 15) * 4] == 8;
-            };
-            if (!await(fd, 3000, echo, &ip))
-                return;
-            request.assign(ip.begin() + (ip[0] & 15) * 4, ip.end());
+        bool options = setsockopt(optFd, IPPROTO_IP, IP_OPTIONS, nops, sizeof nops) == 0;
+        auto echo = [](const Bytes &d) {
+            return d.size() > 20 && d.size() > size_t((d[0] & 15) * 4) && d[(d[0] & 15) * 4] == 8;
+        };
+        auto reply = [&](int fd, const Bytes &ip) {
+            Bytes request(ip.begin() + (ip[0] & 15) * 4, ip.end());
             struct sockaddr_in to;
             memset(&to, 0, sizeof to);
             to.sin_family = AF_INET;
             inet_pton(AF_INET, "192.168.1.10", &to.sin_addr);
-            sent = true;
+            bool sent = true;
             for (const Answer &a : c.answers) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(a.delayMs));
                 Bytes m = as_reply(request, a.type, a.idDelta, a.len);
-                sent &= sendto(a.ipOptions ? withOptions : fd, m.data(), m.size(), 0,
+                sent &= sendto(a.ipOptions && options ? optFd : fd, m.data(), m.size(), 0,
                                reinterpret_cast<sockaddr *>(&to), sizeof to) >= 0;
             }
+            return sent;
+        };
+        PingRun run;
+        Outcome o = answered(AF_INET, IPPROTO_ICMP, echo, reply, [&](int *) {
+            run = ping_as_pid1("lan1", "192.168.1.1");
+            return run.result;
         });
-        PingRun run = ping_as_pid1("lan1", "192.168.1.1");
-        peer.join();
-        close(fd);
         close(optFd);
-        EXPECT_TRUE(sent);
+        ASSERT_TRUE(o.answered);
+        const Bytes request(o.seen.begin() + (o.seen[0] & 15) * 4, o.seen.end());
         EXPECT_EQ(1, run.pid);
         EXPECT_EQ(c.result, run.result);
         EXPECT_GE(run.seconds, c.sec * 0.96);
@@ -426,9 +401,8 @@ TEST_F(Detect, PingWhatTheFirstPacketBackDecides)
             EXPECT_EQ(std::floor(run.time), run.time) << "whole microseconds";
         } else {
             EXPECT_EQ(-1, run.time) << "untouched on failure";
-            EXPECT_EQ((std::vector<std::string>{c.line,
-                                                expect_line("NET_Ping", "\"recv pack fail.\\n\"")}),
-                      run.log);
+            EXPECT_EQ(c.line, run.log[0]);
+            EXPECT_EQ(expect_line("NET_Ping", "\"recv pack fail.\\n\""), run.log[1]);
         }
         // The request: 64 bytes, identifier 1 (the pid), sequence 1, the send time in host
         // order at 8, zero data, a valid checksum.

