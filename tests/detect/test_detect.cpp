@@ -292,7 +292,84 @@ PingRun ping_as_pid1(const char *ifname, const char *host)
     return out;
 }
 
+// The monitor paces itself with sleep(): a second per frame, two more after a collision.
+// This process's sleep() (the library's call binds to it) waits 3 ms per second asked and
+// counts the requests, so fifty frames take a moment and the test knows when one was handled.
+std::atomic<int> g_sleep1{0}, g_sleep2{0}, g_sleepOther{0};
+
+using Leveled = std::vector<std::pair<int, std::string>>;
+
+Leveled leveled(const LogCapture &log)
+{
+    Leveled out;
+    for (const sandbox::LogLine &l : log.lines())
+        out.emplace_back(l.level, sandbox::without_line(l.text));
+    return out;
+}
+
+std::pair<int, std::string> line(int level, const std::string &msg,
+                                 const std::string &func = "net_DetectMacCollisionThread")
+{
+    return {level, sandbox::expect_line(func, msg)};
+}
+
+bool wait_until(const std::function<bool()> &done)
+{
+    auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+// A monitor thread as the application starts it; cancelled at the end when still running.
+class Monitor
+{
+  public:
+    explicit Monitor(const std::string &name) : name_(name)
+    {
+        started_ = pthread_create(&thread_, nullptr, sandbox::mac_monitor_thread,
+                                  const_cast<char *>(name_.c_str())) == 0;
+    }
+    ~Monitor()
+    {
+        if (started_) {
+            pthread_cancel(thread_);
+            pthread_join(thread_, nullptr);
+        }
+    }
+    // The thread reached its loop: it names itself just before.
+    bool watching()
+    {
+        return wait_until([this] {
+            char name[16] = {0};
+            return pthread_getname_np(thread_, name, sizeof name) == 0 &&
+                   strcmp(name, "detecMAC") == 0;
+        });
+    }
+
+  private:
+    std::string name_;
+    pthread_t thread_{};
+    bool started_ = false;
+};
+
+int status_of(const char *name)
+{
+    int st = -7;
+    return NET_GetMacCollStatus(name, &st) == 0 ? st : -1;
+}
+
 } // namespace
+
+extern "C" unsigned int sleep(unsigned int seconds)
+{
+    ++(seconds == 1 ? g_sleep1 : seconds == 2 ? g_sleep2 : g_sleepOther);
+    usleep(seconds * 3000);
+    return 0;
+}
 
 class Detect : public NeighbourLink
 {
@@ -680,96 +757,6 @@ TEST_F(Detect, DetectLogLines)
         EXPECT_EQ(-1, t);
     }
 }
-
-namespace
-{
-
-// The monitor paces itself with sleep(): a second per frame, two more after a collision.
-// This process's sleep() (the library's call binds to it) waits 3 ms per second asked and
-// counts the requests, so fifty frames take a moment and the test knows when one was handled.
-std::atomic<int> g_sleep1{0}, g_sleep2{0}, g_sleepOther{0};
-
-} // namespace
-
-extern "C" unsigned int sleep(unsigned int seconds)
-{
-    ++(seconds == 1 ? g_sleep1 : seconds == 2 ? g_sleep2 : g_sleepOther);
-    usleep(seconds * 3000);
-    return 0;
-}
-
-namespace
-{
-
-using Leveled = std::vector<std::pair<int, std::string>>;
-
-Leveled leveled(const LogCapture &log)
-{
-    Leveled out;
-    for (const sandbox::LogLine &l : log.lines())
-        out.emplace_back(l.level, sandbox::without_line(l.text));
-    return out;
-}
-
-std::pair<int, std::string> line(int level, const std::string &msg,
-                                 const std::string &func = "net_DetectMacCollisionThread")
-{
-    return {level, sandbox::expect_line(func, msg)};
-}
-
-bool wait_until(const std::function<bool()> &done)
-{
-    auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
-}
-
-// A monitor thread as the application starts it; cancelled at the end when still running.
-class Monitor
-{
-  public:
-    explicit Monitor(const std::string &name) : name_(name)
-    {
-        started_ = pthread_create(&thread_, nullptr, sandbox::mac_monitor_thread,
-                                  const_cast<char *>(name_.c_str())) == 0;
-    }
-    ~Monitor()
-    {
-        if (started_) {
-            pthread_cancel(thread_);
-            pthread_join(thread_, nullptr);
-        }
-    }
-    Monitor(const Monitor &) = delete;
-    Monitor &operator=(const Monitor &) = delete;
-
-    // The thread reached its loop: it names itself just before.
-    bool watching()
-    {
-        return wait_until([this] {
-            char name[16] = {0};
-            return pthread_getname_np(thread_, name, sizeof name) == 0 &&
-                   strcmp(name, "detecMAC") == 0;
-        });
-    }
-
-  private:
-    std::string name_;
-    pthread_t thread_{};
-    bool started_ = false;
-};
-
-int status_of(const char *name)
-{
-    int st = -7;
-    return NET_GetMacCollStatus(name, &st) == 0 ? st : -1;
-}
-
-} // namespace
 
 class MacMonitor : public ::testing::Test
 {

@@ -41,21 +41,16 @@ struct Fd {
     int fd;
 };
 
-// Either family in one storage, from text ("10.0.0.1" or "::1") and port.
+// Either family in one storage, from text ("10.0.0.1" or "::1") and port; the two share
+// the offsets of family and port, and sin_addr lies where sin6_flowinfo does.
 struct sockaddr_in6 addr(const char *text, unsigned short port)
 {
     struct sockaddr_in6 a;
     memset(&a, 0, sizeof a);
-    if (strchr(text, ':') == nullptr) {
-        auto *v4 = reinterpret_cast<struct sockaddr_in *>(&a);
-        v4->sin_family = AF_INET;
-        v4->sin_port = htons(port);
-        inet_pton(AF_INET, text, &v4->sin_addr);
-    } else {
-        a.sin6_family = AF_INET6;
-        a.sin6_port = htons(port);
-        inet_pton(AF_INET6, text, &a.sin6_addr);
-    }
+    bool v4 = strchr(text, ':') == nullptr;
+    a.sin6_family = v4 ? AF_INET : AF_INET6;
+    a.sin6_port = htons(port);
+    inet_pton(a.sin6_family, text, v4 ? static_cast<void *>(&a.sin6_flowinfo) : &a.sin6_addr);
     return a;
 }
 
@@ -113,8 +108,7 @@ Fd socket_in(const sandbox::Peer &peer, int domain, int type)
         int nsfd = open(ns.c_str(), O_RDONLY | O_CLOEXEC);
         if (nsfd >= 0 && setns(nsfd, CLONE_NEWNET) == 0)
             fd = socket(domain, type | SOCK_CLOEXEC, 0);
-        if (nsfd >= 0)
-            close(nsfd);
+        close(nsfd);
     });
     t.join();
     return Fd(fd);
@@ -243,8 +237,6 @@ TEST(Socket, ExactReadsAndWritesMoveWholeBuffers)
          [](int s, char *b, int n) { return Socket_Readn(s, b, n); }},
         {"util", [](int s, char *b, int n) { return writen(s, b, n); },
          [](int s, char *b, int n) { return readn(s, b, n); }},
-        {"_api", [](int s, char *b, int n) { return writen_api(s, b, n); },
-         [](int s, char *b, int n) { return readn_api(s, b, n); }},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.what);
@@ -352,152 +344,143 @@ TEST(Socket, SocketLogLines)
     auto div = [&](std::string text, const char *beg, const char *end, int size) {
         return kv_div_string(&text[0], beg, end, buf, size);
     };
-    const char *accPara =
-        "7 Socket_AcceptWithTimeout \"socket_accept_with_timeout: param err.\\n\"";
-    const std::string enhance =
-        "@tcp_cli_com_enhance#127.0.0.1 " + port + "|tcp_cli_com_enhance#connect ok";
-    // What is expected beside the result: nothing checked (""), the lines logged
-    // ("<level> <function> <message>|..."), or the frames printed ("@<function>#<message>|...").
+    const std::string enhance = "@127.0.0.1 " + port + "|connect ok";
+    // A row: the expected result, the call and what else is expected: nothing checked (""),
+    // the lines logged ("<level> [<function>] <message>|..."), or the frames printed
+    // ("@[<function>#]<message>|..."); the function defaults to the one called.
+#define ROW(result, call, want)                                                                    \
+    {                                                                                              \
+        result, [&] { return call; }, #call, want                                                  \
+    }
     struct Case {
         int result;
         std::function<int()> call;
+        const char *text;
         std::string want;
     } cases[] = {
         // The Socket_ family logs.
-        {-1, [&] { return Socket_Readn(r, nullptr, 4); }, "7 Socket_Readn \"recv errno 14\""},
-        {-1, [&] { return Socket_Write(shut.client.get(), buf, 1); }, // and no SIGPIPE
-         "7 Socket_Write \"Send() error, 0x20\\n\""},
+        ROW(-1, Socket_Readn(r, nullptr, 4), "7 \"recv errno 14\""),
+        ROW(-1, Socket_Write(shut.client.get(), buf, 1),
+            "7 \"Send() error, 0x20\\n\""), // no SIGPIPE
         // Not a socket: the option fails and the write goes on to fail in send.
-        {-1, [&] { return Socket_WritetoFtp(wr.get(), buf, 11); },
-         "7 Socket_WritetoFtp \"setsockopt error 88\"|7 Socket_Write \"Send() error, 0x58\\n\""},
-        {-1, [&] { return Socket_WritetoFtp(-1, buf, 11); },
-         "7 Socket_WritetoFtp \"setsockopt error 9\"|7 Socket_WritetoFtp \"select failed 9\\n\""},
-        {1, [&] { return Socket_ConnectwithTimeout(-1, sa(to), 100); },
-         "7 Socket_ConnectwithTimeout \"connect_with_timeout para error\\n\""},
-        {-1, [&] { return Socket_AcceptWithTimeout(0, nullptr, 10); }, accPara},
-        {-1, [&] { return Socket_AcceptWithTimeout(l.get(), nullptr, 10); },
-         "7 Socket_AcceptWithTimeout \"time out.\\n\""},
-        {-1, [&] { return Socket_AcceptWithTimeout(rd.get(), sa(any), 10); },
-         "7 Socket_AcceptWithTimeout \"socket_accept_with_timeout failed: errno 88\\n\""},
-        {-1, [&] { return Socket_AcceptWithTimeout(rd.get(), nullptr, -1); },
-         "7 Socket_AcceptWithTimeout \"socket_accept_with_timeout failed NULL: errno 88\\n\""},
-        {1, [&] { return Socket_GetSockOpt(-1, SOL_SOCKET, SO_TYPE, &v, &vlen); },
-         "7 Socket_GetSockOpt \"getsockopt errno 9\""},
-        {1, [&] { return Socket_SetSockOpt(-1, SOL_SOCKET, SO_REUSEADDR, &v, sizeof v); },
-         "7 Socket_SetSockOpt \"setsockopt error 9\""},
-        {1, [&] { return Socket_GetSockName(-1, sa(any), &alen); },
-         "3 Socket_GetSockName \"getsockname error\""},
-        {1, [] { return Socket_Close(-1); }, "3 Socket_Close \"close error 9\""},
-        {-1, [] { return Socket_Create(12345, SOCK_STREAM, 0); },
-         "7 Socket_Create \"socket_create failed:errno 97\\n\""},
-        {-1, [&] { return Socket_Listen(u.get(), 5); },
-         "7 Socket_Listen \"socket_listen failed: errno 95\\n\""},
-        {-1, [&] { return Socket_RecvFrom(-1, buf, 4, sa(any)); },
-         "7 Socket_RecvFrom \"socket_recvfrom param failed\\n\""},
-        {-1, [] { return Socket_Reuse(-1); }, ""}, // the plain setsockopt result, not 1
-        {-1, [&] { return Socket_SendTo(u.get(), "x", -1, sa(to)); }, ""}, // never past the buffer
-        {1, [&] { return Socket_Bind(3, nullptr); }, ""},
-        {1, [&] { return Socket_Bind(3, sa(unixFamily)); }, ""},
-        {1, [&] { return Socket_TcpCliCom(nullptr, &iPort, &sock, 1); }, ""},
-        {0, [&] { return Is_IpV4Addr(nullptr, &out); },
-         "7 Is_IpV4Addr \"is_string_ipaddr_ipv4, input is null!\\n\""},
-        {0, [&] { return Is_IpV4Addr("", &out); }, "6 Is_IpV4Addr \"NULL entry\\n\""},
-        {0, [&] { return Is_IpV4Addr("010.0.0.1", &out); },
-         "7 Is_IpV4Addr \"The str_ipv4(010.0.0.1) form not accord with IPv4!\\n\""},
-        {0, [] { return Is_IpV6Addr("::1", nullptr); },
-         "7 Is_IpV6Addr \"is_string_ipaddr_ipv6, input is null!\\n\""},
-        {0, [&] { return Is_IpV6Addr("1.2.3.4", b6); }, ""},
+        ROW(-1, Socket_WritetoFtp(wr.get(), buf, 11),
+            "7 \"setsockopt error 88\"|7 Socket_Write \"Send() error, 0x58\\n\""),
+        ROW(-1, Socket_WritetoFtp(-1, buf, 11),
+            "7 \"setsockopt error 9\"|7 \"select failed 9\\n\""),
+        ROW(1, Socket_ConnectwithTimeout(-1, sa(to), 100),
+            "7 \"connect_with_timeout para error\\n\""),
+        ROW(-1, Socket_AcceptWithTimeout(0, nullptr, 10),
+            "7 \"socket_accept_with_timeout: param err.\\n\""),
+        ROW(-1, Socket_AcceptWithTimeout(l.get(), nullptr, 10), "7 \"time out.\\n\""),
+        ROW(-1, Socket_AcceptWithTimeout(rd.get(), sa(any), 10),
+            "7 \"socket_accept_with_timeout failed: errno 88\\n\""),
+        ROW(-1, Socket_AcceptWithTimeout(rd.get(), nullptr, -1),
+            "7 \"socket_accept_with_timeout failed NULL: errno 88\\n\""),
+        ROW(1, Socket_GetSockOpt(-1, SOL_SOCKET, SO_TYPE, &v, &vlen), "7 \"getsockopt errno 9\""),
+        ROW(1, Socket_SetSockOpt(-1, SOL_SOCKET, SO_REUSEADDR, &v, sizeof v),
+            "7 \"setsockopt error 9\""),
+        ROW(1, Socket_GetSockName(-1, sa(any), &alen), "3 \"getsockname error\""),
+        ROW(1, Socket_Close(-1), "3 \"close error 9\""),
+        ROW(-1, Socket_Create(12345, SOCK_STREAM, 0), "7 \"socket_create failed:errno 97\\n\""),
+        ROW(-1, Socket_Listen(u.get(), 5), "7 \"socket_listen failed: errno 95\\n\""),
+        ROW(-1, Socket_RecvFrom(-1, buf, 4, sa(any)), "7 \"socket_recvfrom param failed\\n\""),
+        ROW(-1, Socket_Reuse(-1), ""),                        // the plain setsockopt result, not 1
+        ROW(-1, Socket_SendTo(u.get(), "x", -1, sa(to)), ""), // never past the buffer
+        ROW(1, Socket_Bind(3, nullptr), ""),
+        ROW(1, Socket_Bind(3, sa(unixFamily)), ""),
+        ROW(1, Socket_TcpCliCom(nullptr, &iPort, &sock, 1), ""),
+        ROW(0, Is_IpV4Addr(nullptr, &out), "7 \"is_string_ipaddr_ipv4, input is null!\\n\""),
+        ROW(0, Is_IpV4Addr("", &out), "6 \"NULL entry\\n\""),
+        ROW(0, Is_IpV4Addr("010.0.0.1", &out),
+            "7 \"The str_ipv4(010.0.0.1) form not accord with IPv4!\\n\""),
+        ROW(0, Is_IpV6Addr("::1", nullptr), "7 \"is_string_ipaddr_ipv6, input is null!\\n\""),
+        ROW(0, Is_IpV6Addr("1.2.3.4", b6), ""),
         // The _api family prints.
-        {-1, [] { return socket_api(12345, SOCK_STREAM, 0); }, "@socket_api#sockfd=-1,errno 97"},
-        {-1, [&] { return connect_api(-1, sa(to), alen); }, "@connect_api#connect errno 9"},
-        {-1, [&] { return accept_api(-1, sa(to), &alen); }, "@accept_api#accept error 9"},
-        {-1, [&] { return bind_api(-1, sa(to), alen); }, "@bind_api#bind error 9"},
-        {-1, [] { return listen_api(-1, 1); }, "@listen_api#listen error 9"},
-        {-1, [&] { return setsockopt_api(-1, SOL_SOCKET, SO_REUSEADDR, &v, 4); },
-         "@setsockopt_api#setsockopt error 9"},
-        {kPrintCount, [&] { return getsockopt_api(-1, SOL_SOCKET, SO_TYPE, &v, &vlen); },
-         "@getsockopt_api#getsockopt errno 9"},
-        {kPrintCount, [&] { return getsockname_api(-1, sa(to), &alen); },
-         "@getsockname_api#getsockname error"},
-        {kPrintCount, [] { return close_api(-1); }, "@close_api#close error 9"},
-        {kPrintCount, [&] { return inet_pton_api(AF_INET, "1.2.3", &v); },
-         "@inet_pton_api#inet_pton error for 1.2.3"},
-        {kPrintCount, [&] { return inet_pton_api(12345, "1.2.3.4", &v); },
-         "@inet_pton_api#inet_pton error for 1.2.3.4,errno 97"},
-        {kPrintCount, [&] { return inet_pton_api(AF_INET, nullptr, &v); },
-         "@inet_pton_api#inet_pton error for (null),errno 14"},
-        {-1, [] { return close_nowait_api(-1); }, "@close_nowait_api#setsockopt error 9"},
-        {-1, [&] { return readn_api(r, nullptr, 4); }, "@readn_api#recv errno 14"},
-        {5, [&] { return readn_api(closing.server.get(), buf, 16); }, ""}, // closed: the count
-        {-1, [&] { return write_api(shut.client.get(), buf, 1); },
-         "@write_api#Send() error, 0x20\n"},
-        {-1, [&] { return writen_api(wr.get(), buf, 5); },
-         "@writen_api#setsockopt error 88|write_api#Send() error, 0x58\n"},
-        {-1, [&] { return writen_api(-1, buf, 5); },
-         "@writen_api#setsockopt error 9|writen_api#select failed 9\n"},
-        {-1, [&] { return connectwithtimeout_api(-1, sa(to), 16, &tv); },
-         "@connectwithtimeout_api#ioctl error 9|connectwithtimeout_api#ioctl error 9"},
-        {-1, [&] { return tcp_srv_com(port_of(taken.get())); }, // and the socket is closed
-         "@bind_api#bind error 98"},
-        {0, [&] { return tcp_cli_com_enhance("127.0.0.1", port.c_str(), &sock, 1) + close(sock); },
-         enhance},
-        {-1, [&] { return tcp_cli_com("127.0.0.1", nullptr, &sock, 1); }, ""},
-        {-1, [&] { return tcp_cli_com_enhance("127.0.0.1", nullptr, &sock, 1); }, ""},
-        {-2, [&] { return div("k=12345;", "=", ";", 4); }, "@kv_div_string#size not big 5 4"},
-        {-2, [&] { return div("a;b=c", "=", ";", 16); }, "@kv_div_string#not find aft"},
-        {-2, [&] { return div("abc", "x", "", 16); }, "@kv_div_string#not find beg"},
-        {-1, [&] { return kv_div_string(nullptr, "=", ";", buf, 3); }, ""},
+        ROW(-1, socket_api(12345, SOCK_STREAM, 0), "@sockfd=-1,errno 97"),
+        ROW(-1, connect_api(-1, sa(to), alen), "@connect errno 9"),
+        ROW(-1, accept_api(-1, sa(to), &alen), "@accept error 9"),
+        ROW(-1, bind_api(-1, sa(to), alen), "@bind error 9"),
+        ROW(-1, listen_api(-1, 1), "@listen error 9"),
+        ROW(-1, setsockopt_api(-1, SOL_SOCKET, SO_REUSEADDR, &v, 4), "@setsockopt error 9"),
+        ROW(kPrintCount, getsockopt_api(-1, SOL_SOCKET, SO_TYPE, &v, &vlen), "@getsockopt errno 9"),
+        ROW(kPrintCount, getsockname_api(-1, sa(to), &alen), "@getsockname error"),
+        ROW(kPrintCount, close_api(-1), "@close error 9"),
+        ROW(kPrintCount, inet_pton_api(AF_INET, "1.2.3", &v), "@inet_pton error for 1.2.3"),
+        ROW(kPrintCount, inet_pton_api(12345, "1.2.3.4", &v),
+            "@inet_pton error for 1.2.3.4,errno 97"),
+        ROW(kPrintCount, inet_pton_api(AF_INET, nullptr, &v),
+            "@inet_pton error for (null),errno 14"),
+        ROW(-1, close_nowait_api(-1), "@setsockopt error 9"),
+        ROW(-1, readn_api(r, nullptr, 4), "@recv errno 14"),
+        ROW(5, readn_api(closing.server.get(), buf, 16), ""), // closed: the count
+        ROW(5, writen_api(s, buf, 5), ""),
+        ROW(-1, write_api(shut.client.get(), buf, 1), "@Send() error, 0x20\n"),
+        ROW(-1, writen_api(wr.get(), buf, 5),
+            "@setsockopt error 88|write_api#Send() error, 0x58\n"),
+        ROW(-1, writen_api(-1, buf, 5), "@setsockopt error 9|select failed 9\n"),
+        ROW(-1, connectwithtimeout_api(-1, sa(to), 16, &tv), "@ioctl error 9|ioctl error 9"),
+        ROW(-1, tcp_srv_com(port_of(taken.get())), "@bind_api#bind error 98"), // socket closed
+        ROW(0, tcp_cli_com_enhance("127.0.0.1", port.c_str(), &sock, 1) + close(sock), enhance),
+        ROW(-1, tcp_cli_com("127.0.0.1", nullptr, &sock, 1), ""),
+        ROW(-1, tcp_cli_com_enhance("127.0.0.1", nullptr, &sock, 1), ""),
+        ROW(-2, div("k=12345;", "=", ";", 4), "@kv_div_string#size not big 5 4"),
+        ROW(-2, div("a;b=c", "=", ";", 16), "@kv_div_string#not find aft"),
+        ROW(-2, div("abc", "x", "", 16), "@kv_div_string#not find beg"),
+        ROW(-1, kv_div_string(nullptr, "=", ";", buf, 3), ""),
         // The utility family neither logs nor prints.
-        {-1, [&] { return readn(r, nullptr, 4); }, ""},
-        {-1, [&] { return writen(s, nullptr, 4); }, ""},
-        {0, [&] { return writen(s, buf, 0); }, ""},
-        {0, [&] { return send_data_insmall_packet(s, nullptr, 8, 4); }, ""},
-        {-1, [&] { return socket_recvfrom(u.get(), nullptr, 8, sa(any)); }, ""},
-        {-1, [&] { return socket_bind(u.get(), nullptr); }, ""},
-        {-1, [&] { return socket_bind(u.get(), sa(unixFamily)); }, ""},
-        {-1, [] { return socket_create(12345, SOCK_DGRAM, 0); }, ""},
-        {-1, [&] { return socket_listen(u.get(), 1); }, ""},
-        {-1, [&] { return set_socket_keeplive(u.get(), 1, 10, 4, 2); }, ""}, // the last is TCP's
-        {-1, [&] { return socket_connect_withtimeout(s, nullptr, 100); }, ""},
-        {-1, [&] { return connect_with_timeout(s, nullptr, 16, nullptr); }, ""},
-        {-1, [&] { return socket_accept_with_timeout(0, sa(any), 10); }, ""},
-        {-1, [] { return ip_connect_withtimeout(nullptr, 80, 100); }, ""},
-        {-1, [] { return tcp_bind_connect(nullptr, 9000, "127.0.0.1", 0, 0); }, ""},
+        ROW(-1, readn(r, nullptr, 4), ""),
+        ROW(-1, writen(s, nullptr, 4), ""),
+        ROW(0, writen(s, buf, 0), ""),
+        ROW(0, send_data_insmall_packet(s, nullptr, 8, 4), ""),
+        ROW(-1, socket_recvfrom(u.get(), nullptr, 8, sa(any)), ""),
+        ROW(-1, socket_bind(u.get(), nullptr), ""),
+        ROW(-1, socket_bind(u.get(), sa(unixFamily)), ""),
+        ROW(-1, socket_create(12345, SOCK_DGRAM, 0), ""),
+        ROW(-1, socket_listen(u.get(), 1), ""),
+        ROW(-1, set_socket_keeplive(u.get(), 1, 10, 4, 2), ""), // the last is TCP's
+        ROW(-1, socket_connect_withtimeout(s, nullptr, 100), ""),
+        ROW(-1, connect_with_timeout(s, nullptr, 16, nullptr), ""),
+        ROW(-1, socket_accept_with_timeout(0, sa(any), 10), ""),
+        ROW(-1, ip_connect_withtimeout(nullptr, 80, 100), ""),
+        ROW(-1, tcp_bind_connect(nullptr, 9000, "127.0.0.1", 0, 0), ""),
         // A local address is required: without a usable one every bind fails.
-        {-1, [] { return tcp_bind_connect("127.0.0.1", 9000, "not-an-address", 0, 0); }, ""},
-        {-1, [] { return udp_bind_connect("127.0.0.1", 9000, "", 0); }, ""},
-        {-1, [&] { return get_peer_addr(3, nullptr); }, ""},
-        {-1, [&] { return get_peer_addr(u.get(), &peer); }, ""}, // not connected
-        {-1, [&] { return mcast_join(u.get(), nullptr, 16); }, ""},
-        {-1, [&] { return mcast_join_ex(u.get(), nullptr, "eth0"); }, ""},
-        {-1, [&] { return mcast_leave(u.get(), nullptr, 0); }, ""},
-        {-1, [&] { return mcast_leave_ex(0, sa(to)); }, ""},
-        {-1, [&] { return make_addr_bystring(AF_INET, "1.2.3.4", 1, nullptr); }, ""},
-        {1, [&] { return Make_AddrbyString(AF_INET, "1.2.3.4", 1, nullptr); }, ""},
+        ROW(-1, tcp_bind_connect("127.0.0.1", 9000, "not-an-address", 0, 0), ""),
+        ROW(-1, udp_bind_connect("127.0.0.1", 9000, "", 0), ""),
+        ROW(-1, get_peer_addr(3, nullptr), ""),
+        ROW(-1, get_peer_addr(u.get(), &peer), ""), // not connected
+        ROW(-1, mcast_join(u.get(), nullptr, 16), ""),
+        ROW(-1, mcast_join_ex(u.get(), nullptr, "eth0"), ""),
+        ROW(-1, mcast_leave(u.get(), nullptr, 0), ""),
+        ROW(-1, mcast_leave_ex(0, sa(to)), ""),
+        ROW(-1, make_addr_bystring(AF_INET, "1.2.3.4", 1, nullptr), ""),
+        ROW(1, Make_AddrbyString(AF_INET, "1.2.3.4", 1, nullptr), ""),
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(&c - cases);
         LogCapture log;
         int result;
-        std::string raw = printed(c.call, &result);
-        std::string want, got;
-        for (size_t at = c.want[0] == '@'; at < c.want.size();) {
-            size_t end = std::min(c.want.find('|', at), c.want.size());
-            std::string part = c.want.substr(at, end - at);
-            size_t sep = part.find(c.want[0] == '@' ? '#' : ' ', 2);
-            want += c.want[0] == '@'
-                        ? api_frame(part.substr(0, sep), part.substr(sep + 1))
-                        : part.substr(0, 2) +
-                              expect_line(part.substr(2, sep - 2), part.substr(sep + 1)) + "\n";
-            at = end + 1;
+        std::string raw = printed(c.call, &result), want, got;
+        const std::string called(c.text, strcspn(c.text, "(")), w = c.want;
+        bool print = w[0] == '@';
+        for (size_t at = print, end; at < w.size(); at = end + 1) {
+            end = std::min(w.find('|', at), w.size());
+            std::string part = w.substr(at, end - at), level = print ? "" : part.substr(0, 2);
+            part.erase(0, level.size());
+            size_t sep = print            ? part.find('#')
+                         : part[0] == '"' ? std::string::npos
+                                          : part.find(' ');
+            std::string fn = sep == std::string::npos ? called : part.substr(0, sep);
+            std::string msg = sep == std::string::npos ? part : part.substr(sep + 1);
+            want += print ? api_frame(fn, msg) : level + expect_line(fn, msg) + "\n";
         }
         for (const sandbox::LogLine &g : log.lines())
             got += std::to_string(g.level) + " " + sandbox::without_line(g.text) + "\n";
         EXPECT_EQ(c.result == kPrintCount ? static_cast<int>(raw.size()) : c.result, result);
-        if (!c.want.empty()) {
-            EXPECT_EQ(want, c.want[0] == '@' ? without_lines(raw) : got);
+        if (!w.empty()) {
+            EXPECT_EQ(want, print ? without_lines(raw) : got);
         }
     }
+#undef ROW
     EXPECT_EQ(0u, out);
     shutdown(s, SHUT_WR);
     EXPECT_EQ(-1, writen(s, "x", 1)); // EPIPE, and no SIGPIPE
@@ -815,10 +798,6 @@ TEST(Socket, DatagramsInBothFamilies)
             EXPECT_EQ(a.sin6_family, from.sin6_family);
         }
     }
-    Fd t(socket_create(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    EXPECT_EQ(0, socket_reuse(t.get()));
-    EXPECT_EQ(0, set_socket_linger(t.get(), 1, 0));
-    EXPECT_EQ(0, set_socket_keeplive(t.get(), 1, 10, 4, 2));
     // udp_bind_connect: sent from the local port asked for.
     Fd rx(socket(AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     struct sockaddr_in6 at = addr("::1", 0), from;
@@ -832,7 +811,7 @@ TEST(Socket, DatagramsInBothFamilies)
     EXPECT_EQ(local, ntohs(from.sin6_port));
 }
 
-TEST(Socket, MakeAddrByString)
+TEST(Socket, AddressesAndTheirTexts)
 {
     struct Case {
         int family;
@@ -865,15 +844,7 @@ TEST(Socket, MakeAddrByString)
         EXPECT_EQ(htons(8080), a.sin6_port);
         EXPECT_STREQ(c.back, Socket_AddrtoStr(sa(a)));
     }
-    struct sockaddr_in a;
-    memset(&a, 0, sizeof a);
-    Make_AddrbyString(AF_INET, "255.255.255.255", 1, sa(a));
-    EXPECT_EQ(0xFFFFFFFFu, a.sin_addr.s_addr); // left written
-    EXPECT_EQ(0, a.sin_family);
-}
 
-TEST(Socket, AddressTexts)
-{
     struct sockaddr_in6 v6a = addr("2001:db8::a", 0), v6b = addr("fe80::b", 0),
                         v4 = addr("10.1.2.3", 0),
                         longV6 = addr("2001:db8:1111:2222:3333:4444:5555:6666", 0);
@@ -899,9 +870,6 @@ TEST(Socket, AddressTexts)
     EXPECT_EQ(1, Is_IpV4Addr("10.0.0.1", nullptr));
     EXPECT_EQ(1, Is_IpV4Addr("10.0.0.1", &v));
     EXPECT_EQ(htonl(0x0A000001u), v);
-    // The families answer differently: IPv4 only, but AF_INET6.
-    EXPECT_EQ(AF_INET, Get_SocketFamily());
-    EXPECT_EQ(AF_INET6, get_socket_family());
 }
 
 TEST_F(SocketNet, PeerAddrReportsMappedPeersAsIpv4)
