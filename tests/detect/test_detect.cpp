@@ -138,10 +138,12 @@ bool await(int fd, int msec, const std::function<bool(const Bytes &)> &want, Byt
     return false;
 }
 
-bool send_all(int fd, const std::vector<Bytes> &frames)
+// Sends every frame, to `to` when given (else on the bound or connected socket).
+bool send_all(int fd, const std::vector<Bytes> &frames, const sockaddr_in6 *to = nullptr)
 {
     for (const Bytes &f : frames)
-        if (send(fd, f.data(), f.size(), 0) != static_cast<ssize_t>(f.size()))
+        if (sendto(fd, f.data(), f.size(), 0, reinterpret_cast<const sockaddr *>(to),
+                   to ? sizeof *to : 0) != static_cast<ssize_t>(f.size()))
             return false;
     return true;
 }
@@ -525,23 +527,19 @@ TEST_F(Detect, NdpOnlyAnAdvertisementForTheTargetCounts)
         {"cut inside the target", {icmp6(136, target, 23), icmp6(136, target, 4)}, 7},
         {"an echo reply", {icmp6(129, target)}, 7},
     };
+    // The neighbour hears the solicitation in the target's group and answers by hand, to all.
+    auto solicitation = [&](const Bytes &m) {
+        return m.size() == 24 && m[0] == 135 && memcmp(&m[8], &icmp6(135, target)[8], 16) == 0;
+    };
+    struct sockaddr_in6 all;
+    memset(&all, 0, sizeof all);
+    all.sin6_family = AF_INET6;
+    inet_pton(AF_INET6, "ff02::1", &all.sin6_addr);
     for (const Case &c : cases) {
         SCOPED_TRACE(c.what);
-        // The neighbour hears the solicitation in the target's group and answers by hand.
-        auto solicitation = [&](const Bytes &m) {
-            return m.size() == 24 && m[0] == 135 && memcmp(&m[8], &icmp6(135, target)[8], 16) == 0;
-        };
         auto toAll = [&](int fd, const Bytes &) {
-            struct sockaddr_in6 all;
-            memset(&all, 0, sizeof all);
-            all.sin6_family = AF_INET6;
-            inet_pton(AF_INET6, "ff02::1", &all.sin6_addr);
             all.sin6_scope_id = peerIndex_;
-            bool ok = true;
-            for (const Bytes &m : c.msgs)
-                ok &= sendto(fd, m.data(), m.size(), 0, reinterpret_cast<sockaddr *>(&all),
-                             sizeof all) >= 0;
-            return ok;
+            return send_all(fd, c.msgs, &all);
         };
         Outcome o = answered(AF_INET6, IPPROTO_ICMPV6, solicitation, toAll,
                              [&](int *col) { return probe(6, target, 300, col); });

@@ -454,7 +454,7 @@ TEST(InetChecks, PortsDomainsAndHostnames)
         EXPECT_EQ(p.legal, is_port_legal(static_cast<int>(p.port))) << p.port;
     }
     struct Name {
-        std::string text;
+        const char *text;
         int domain, hostname;
     } names[] = {
         {"", 1, 1},
@@ -469,14 +469,14 @@ TEST(InetChecks, PortsDomainsAndHostnames)
         {"exa mple.com", 0, 0},
         {"_a", 1, 0},
         {"caf\xc3\xa9.com", 0, 0},
-        {std::string(64, 'a'), 1, 1},
-        {std::string(65, 'a'), 0, 1},
-        {std::string(255, 'h'), 0, 1},
-        {std::string(256, 'h'), 0, 0},
     };
     for (const Name &n : names) {
         EXPECT_EQ(n.domain, exact(n.text, is_domain_valid)) << "\"" << n.text << "\"";
         EXPECT_EQ(n.hostname, exact(n.text, is_hostname_valid)) << "\"" << n.text << "\"";
+    }
+    for (size_t n : {64, 65, 255, 256}) { // the longest: a domain of 64, a host name of 255
+        EXPECT_EQ(n <= 64, exact(std::string(n, 'a'), is_domain_valid)) << n;
+        EXPECT_EQ(n <= 255, exact(std::string(n, 'a'), is_hostname_valid)) << n;
     }
 }
 
