@@ -231,12 +231,9 @@ TEST(Socket, ExactReadsAndWritesMoveWholeBuffers)
         const char *what;
         std::function<int(int, char *, int)> write, read;
     } cases[] = {
-        {"Socket_", [](int s, char *b, int n) { return Socket_Write(s, b, n); },
-         [](int s, char *b, int n) { return Socket_Readn(s, b, n); }},
-        {"ftp", [](int s, char *b, int n) { return Socket_WritetoFtp(s, b, n); },
-         [](int s, char *b, int n) { return Socket_Readn(s, b, n); }},
-        {"util", [](int s, char *b, int n) { return writen(s, b, n); },
-         [](int s, char *b, int n) { return readn(s, b, n); }},
+        {"Socket_", Socket_Write, Socket_Readn},
+        {"ftp", Socket_WritetoFtp, Socket_Readn},
+        {"util", writen, readn},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.what);
@@ -772,19 +769,17 @@ TEST(Socket, DatagramsInBothFamilies)
     for (const char *text : {"127.0.0.1", "::1"}) {
         for (bool helper : {true, false}) {
             SCOPED_TRACE(std::string(text) + (helper ? " Socket_" : " util"));
-            struct sockaddr_in6 a = addr(text, 0), b, from;
-            Fd rx((helper ? Socket_Create : socket_create)(a.sin6_family, SOCK_DGRAM | SOCK_CLOEXEC,
-                                                           0));
-            Fd tx((helper ? Socket_Create : socket_create)(a.sin6_family, SOCK_DGRAM | SOCK_CLOEXEC,
-                                                           0));
+            struct sockaddr_in6 a = addr(text, 0), b, from{};
+            auto create = helper ? Socket_Create : socket_create;
+            Fd rx(create(a.sin6_family, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+            Fd tx(create(a.sin6_family, SOCK_DGRAM | SOCK_CLOEXEC, 0));
             ASSERT_EQ(0, (helper ? Socket_Bind : socket_bind)(rx.get(), sa(a)));
             unsigned int len = sizeof b;
             ASSERT_EQ(0, Socket_GetSockName(rx.get(), sa(b), &len));
             EXPECT_EQ(5, (helper ? Socket_SendTo : socket_sendto)(tx.get(), "hello", 5, sa(b)));
             char buf[16];
-            memset(&from, 0, sizeof from);
-            EXPECT_EQ(5, (helper ? Socket_RecvFrom : socket_recvfrom)(rx.get(), buf, sizeof buf,
-                                                                      sa(from)));
+            auto recv = helper ? Socket_RecvFrom : socket_recvfrom;
+            EXPECT_EQ(5, recv(rx.get(), buf, sizeof buf, sa(from)));
             EXPECT_EQ(a.sin6_family, from.sin6_family);
         }
     }
