@@ -297,11 +297,9 @@ std::pair<int, std::string> line(int level, const std::string &msg,
 bool wait_until(const std::function<bool()> &done)
 {
     auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!done()) {
+    for (; !done(); std::this_thread::sleep_for(std::chrono::milliseconds(2)))
         if (std::chrono::steady_clock::now() > end)
             return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
     return true;
 }
 
