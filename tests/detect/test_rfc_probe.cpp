@@ -3,7 +3,7 @@
 // carrier. The neighbour keeps no entry for the device: a quiet host is the case they are for.
 #include <errno.h>
 
-#include "test_detect_support.h"
+#include "detect_support.h"
 #include "libnetwork.h"
 #include "sandbox.h"
 
