@@ -34,10 +34,12 @@ inline void write_pkg(const std::string &pkg, const std::string &spec)
     std::istringstream in(spec);
     std::string out, w;
     while (in >> w) {
-        const size_t eq = w.find('='), colon = w.find(':'), list = w[eq - 1] == '+';
-        out += w[0] == '@' ? "config " + w.substr(1, colon - 1) + " '" + w.substr(colon + 1)
-                           : (list ? "\tlist " : "\toption ") + w.substr(0, eq - list) + " '" +
-                                 w.substr(eq + 1);
+        const bool section = w[0] == '@';
+        const size_t eq = w.find('='), colon = w.find(':');
+        const size_t list = !section && eq != std::string::npos && eq > 0 && w[eq - 1] == '+';
+        out += section ? "config " + w.substr(1, colon - 1) + " '" + w.substr(colon + 1)
+                       : (list ? "\tlist " : "\toption ") + w.substr(0, eq - list) + " '" +
+                             w.substr(eq + 1);
         out += "'\n";
     }
     sandbox::write_file("/etc/config/" + pkg, out);
