@@ -38,11 +38,7 @@ int NET_GetDdnsCfg(NetDdnsCfg *pstDdnsCfg)
 {
     NET_CHECK_ARGS(-1, "pstDdnsCfg: %p.\n", pstDdnsCfg);
     UciPackage pkg;
-    struct uci_section *sec = open_section(NET_HERE, pkg, "ddns");
-    if (sec == nullptr)
-        return -1;
-    read_fields(sec, kDdnsFields, pstDdnsCfg);
-    return 0;
+    return read_record(open_section(NET_HERE, pkg, "ddns"), kDdnsFields, pstDdnsCfg);
 }
 
 int NET_SetDdnsCfg(const NetDdnsCfg *pstDdnsCfg)
@@ -50,30 +46,22 @@ int NET_SetDdnsCfg(const NetDdnsCfg *pstDdnsCfg)
     // Names the PPPoE parameter: log readers match this text.
     NET_CHECK_ARGS(-1, "pstPppoeCfg: %p.\n", pstDdnsCfg);
     UciPackage pkg;
-    struct uci_section *sec = open_section(NET_HERE, pkg, "ddns");
-    if (sec == nullptr || write_fields(sec, kDdnsFields, pstDdnsCfg) != 0)
-        return -1;
-    return commit_logged(NET_HERE, pkg);
+    return write_record(NET_HERE, pkg, open_section(NET_HERE, pkg, "ddns"), kDdnsFields,
+                        pstDdnsCfg);
 }
 
 int NET_GetPppoeCfg(NetPppoeCfg *pstPppoeCfg)
 {
     NET_CHECK_ARGS(-1, "pstPppoeCfg: %p.\n", pstPppoeCfg);
     UciPackage pkg;
-    struct uci_section *sec = open_section(NET_HERE, pkg, "pppoe");
-    if (sec == nullptr)
-        return -1;
-    read_fields(sec, kPppoeFields, pstPppoeCfg);
-    return 0;
+    return read_record(open_section(NET_HERE, pkg, "pppoe"), kPppoeFields, pstPppoeCfg);
 }
 
 int NET_SetPppoeCfg(NetPppoeCfg stPppoeCfg)
 {
     UciPackage pkg;
-    struct uci_section *sec = open_section(NET_HERE, pkg, "pppoe");
-    if (sec == nullptr || write_fields(sec, kPppoeFields, &stPppoeCfg) != 0)
-        return -1;
-    return commit_logged(NET_HERE, pkg);
+    return write_record(NET_HERE, pkg, open_section(NET_HERE, pkg, "pppoe"), kPppoeFields,
+                        &stPppoeCfg);
 }
 
 } // extern "C"

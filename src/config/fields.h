@@ -84,6 +84,27 @@ template <size_t N> int write_fields(struct uci_section *sec, const Field (&t)[N
     return write_fields(sec, t, N, rec);
 }
 
+// A record call in two lines: the section comes from the caller's opener (null when it could
+// not be opened, already logged), the site from the exported call, so log lines keep its name.
+template <size_t N> int read_record(struct uci_section *sec, const Field (&t)[N], void *rec)
+{
+    if (sec == nullptr)
+        return -1;
+    read_fields(sec, t, N, rec);
+    return 0;
+}
+template <size_t N> int write_into(struct uci_section *sec, const Field (&t)[N], const void *rec)
+{
+    return sec == nullptr ? -1 : write_fields(sec, t, N, rec);
+}
+// Writes and commits the package; -1 at the first step that fails.
+template <size_t N>
+int write_record(CallSite site, UciPackage &pkg, struct uci_section *sec, const Field (&t)[N],
+                 const void *rec)
+{
+    return write_into(sec, t, rec) != 0 ? -1 : commit_logged(site, pkg);
+}
+
 // For a static_assert beside each table: every entry's kind fits its record field.
 template <size_t N> constexpr bool fields_fit(const Field (&t)[N], size_t recSize)
 {

@@ -60,25 +60,18 @@ int NET_GetPortCfg(NetPortCfg *pstPortCfg)
 {
     NET_CHECK_ARGS(-1, "pstPortCfg: %p.\n", pstPortCfg);
     UciPackage pkg;
-    struct uci_section *sec = open_section(NET_HERE, pkg, "port");
-    if (sec == nullptr)
-        return -1;
-    read_fields(sec, kPortFields, pstPortCfg);
     // A missing "portmapping" fails the call; the port fields stay filled.
-    sec = find_section(NET_HERE, pkg, "portmapping");
-    if (sec == nullptr)
+    if (read_record(open_section(NET_HERE, pkg, "port"), kPortFields, pstPortCfg) != 0)
         return -1;
-    read_fields(sec, kMappingFields, pstPortCfg);
-    return 0;
+    return read_record(find_section(NET_HERE, pkg, "portmapping"), kMappingFields, pstPortCfg);
 }
 
 int NET_SetPortCfg(NetPortCfg stPortCfg)
 {
     UciPackage pkg;
-    struct uci_section *sec = open_section(NET_HERE, pkg, "port");
-    if (sec == nullptr || write_fields(sec, kPortFields, &stPortCfg) != 0)
+    if (write_into(open_section(NET_HERE, pkg, "port"), kPortFields, &stPortCfg) != 0)
         return -1;
-    sec = find_section(NET_HERE, pkg, "portmapping");
+    struct uci_section *sec = find_section(NET_HERE, pkg, "portmapping");
     if (sec == nullptr || write_mapping(sec, stPortCfg) != 0)
         return -1;
     return commit_logged(NET_HERE, pkg);

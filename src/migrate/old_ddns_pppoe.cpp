@@ -44,44 +44,34 @@ int NET_GetOldDdnsCfg(NetDdnsCfg *pstDdnsCfg)
 {
     NET_CHECK_ARGS(-1, "pstDdnsCfg: %p.\n", pstDdnsCfg);
     UciPackage pkg;
-    struct uci_section *sec = open_old_section(NET_HERE, pkg, kOldDdnsPkg, "ddns");
-    if (sec == nullptr)
-        return -1;
-    read_fields(sec, kOldDdnsFields, pstDdnsCfg);
-    return 0;
+    return read_record(open_old_section(NET_HERE, pkg, kOldDdnsPkg, "ddns"), kOldDdnsFields,
+                       pstDdnsCfg);
 }
 
 int NET_SetOldDdnsCfg(const NetDdnsCfg *pstDdnsCfg)
 {
     NET_CHECK_ARGS(-1, "pstDdnsCfg: %p.\n", pstDdnsCfg);
     UciPackage pkg;
-    struct uci_section *sec =
-        open_old_section_for_write(NET_HERE, pkg, kOldDdnsPkg, "ddns", "ddns");
-    if (sec == nullptr || write_fields(sec, kOldDdnsFields, pstDdnsCfg) != 0)
-        return -1;
-    return commit_logged(NET_HERE, pkg);
+    return write_record(NET_HERE, pkg,
+                        open_old_section_for_write(NET_HERE, pkg, kOldDdnsPkg, "ddns", "ddns"),
+                        kOldDdnsFields, pstDdnsCfg);
 }
 
 int NET_GetOldPppoeCfg(NetPppoeCfg *pstPppoeCfg)
 {
     NET_CHECK_ARGS(-1, "pstPppoeCfg: %p.\n", pstPppoeCfg);
     UciPackage pkg;
-    struct uci_section *sec = open_old_section(NET_HERE, pkg, kOldPppoePkg, "pppoe");
-    if (sec == nullptr)
-        return -1;
-    read_fields(sec, kOldPppoeFields, pstPppoeCfg);
-    return 0;
+    return read_record(open_old_section(NET_HERE, pkg, kOldPppoePkg, "pppoe"), kOldPppoeFields,
+                       pstPppoeCfg);
 }
 
 int NET_SetOldPppoeCfg(const NetPppoeCfg *pstPppoeCfg)
 {
     NET_CHECK_ARGS(-1, "pstPppoeCfg: %p.\n", pstPppoeCfg);
     UciPackage pkg;
-    struct uci_section *sec =
-        open_old_section_for_write(NET_HERE, pkg, kOldPppoePkg, "pppoe", "pppoe");
-    if (sec == nullptr || write_fields(sec, kOldPppoeFields, pstPppoeCfg) != 0)
-        return -1;
-    return commit_logged(NET_HERE, pkg);
+    return write_record(NET_HERE, pkg,
+                        open_old_section_for_write(NET_HERE, pkg, kOldPppoePkg, "pppoe", "pppoe"),
+                        kOldPppoeFields, pstPppoeCfg);
 }
 
 } // extern "C"

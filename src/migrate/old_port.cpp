@@ -54,29 +54,21 @@ int NET_GetOldPortCfg(NetPortCfg *pstPortCfg)
 {
     NET_CHECK_ARGS(-1, "pstPortCfg: %p.\n", pstPortCfg);
     UciPackage pkg;
-    struct uci_section *sec = open_old_section(NET_HERE, pkg, kOldPortPkg, "port");
-    if (sec == nullptr)
+    if (read_record(open_old_section(NET_HERE, pkg, kOldPortPkg, "port"), kOldPortFields,
+                    pstPortCfg) != 0)
         return -1;
-    read_fields(sec, kOldPortFields, pstPortCfg);
-    sec = find_section(NET_HERE, pkg, "portmapping");
-    if (sec == nullptr)
-        return -1;
-    read_fields(sec, kOldMappingFields, pstPortCfg);
-    return 0;
+    return read_record(find_section(NET_HERE, pkg, "portmapping"), kOldMappingFields, pstPortCfg);
 }
 
 int NET_SetOldPortCfg(const NetPortCfg *pstPortCfg)
 {
     NET_CHECK_ARGS(-1, "pstPortCfg: %p.\n", pstPortCfg);
     UciPackage pkg;
-    struct uci_section *sec =
-        open_old_section_for_write(NET_HERE, pkg, kOldPortPkg, "port", "port");
-    if (sec == nullptr || write_fields(sec, kOldPortFields, pstPortCfg) != 0)
-        return -1;
-    sec = old_section_for_write(NET_HERE, pkg, "portmapping", "portmapping");
-    if (sec == nullptr || write_fields(sec, kOldMappingFields, pstPortCfg) != 0)
-        return -1;
-    if (commit_logged(NET_HERE, pkg) != 0)
+    if (write_into(open_old_section_for_write(NET_HERE, pkg, kOldPortPkg, "port", "port"),
+                   kOldPortFields, pstPortCfg) != 0 ||
+        write_record(NET_HERE, pkg,
+                     old_section_for_write(NET_HERE, pkg, "portmapping", "portmapping"),
+                     kOldMappingFields, pstPortCfg) != 0)
         return -1;
     if (NET_SetOldUhttpdCfg(pstPortCfg->usHttpPort) != 0) {
         NET_LOG(NET_LVL_ERR, "NET_SetOldUhttpdCfg fail.\n");
