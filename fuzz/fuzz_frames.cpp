@@ -12,23 +12,13 @@
 #include <vector>
 
 #include "detect/frames.h"
+#include "fuzz_support.h"
 
 using namespace netlib;
+using namespace fuzzsupport;
 
 namespace
 {
-
-void require(bool ok, const char *what)
-{
-    if (!ok) {
-        fprintf(stderr, "broken: %s\n", what);
-        abort();
-    }
-}
-
-const uint8_t kMac[6] = {0x02, 0x00, 0x00, 0x00, 0x01, 0x01};
-const uint8_t kIp[4] = {192, 168, 1, 77};
-const uint8_t kTarget[16] = {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x77};
 
 void arp_readers(const std::vector<uint8_t> &f)
 {

@@ -7,18 +7,13 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "fuzz_support.h"
 #include "libnetwork.h"
+
+using fuzzsupport::require;
 
 namespace
 {
-
-void require(bool ok, const char *what)
-{
-    if (!ok) {
-        fprintf(stderr, "broken: %s\n", what);
-        abort();
-    }
-}
 
 uint32_t word(const uint8_t *d)
 {

@@ -10,33 +10,24 @@
 #include <vector>
 
 #include "detect/rfc_frames.h"
+#include "fuzz_support.h"
 
 using namespace netlib;
+using namespace fuzzsupport;
 
 namespace
 {
 
-void require(bool ok, const char *what)
-{
-    if (!ok) {
-        fprintf(stderr, "broken: %s\n", what);
-        abort();
-    }
-}
-
-const uint8_t kSelf[6] = {0x02, 0x00, 0x00, 0x00, 0x01, 0x01};
-const uint8_t kIp[4] = {192, 168, 1, 77};
-const uint8_t kTarget[16] = {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x77};
 const uint8_t kNonce[kDadNonceLen] = {1, 2, 3, 4, 5, 6};
 
 void arp(const std::vector<uint8_t> &f)
 {
     uint8_t other[6] = {0};
-    ProbeVerdict v = arp_probe_verdict(f.data(), f.size(), kSelf, kIp, other);
+    ProbeVerdict v = arp_probe_verdict(f.data(), f.size(), kMac, kIp, other);
     if (v == ProbeVerdict::Ignore)
         return;
     require(f.size() >= 42 && f[12] == 0x08 && f[13] == 0x06, "ARP length and type");
-    require(memcmp(other, &f[22], 6) == 0 && memcmp(other, kSelf, 6) != 0, "ARP sender");
+    require(memcmp(other, &f[22], 6) == 0 && memcmp(other, kMac, 6) != 0, "ARP sender");
     require(v == ProbeVerdict::Conflict ? memcmp(&f[28], kIp, 4) == 0
                                         : f[21] == 1 && memcmp(&f[38], kIp, 4) == 0,
             "ARP conflict from the address, or a probe for it");
@@ -45,7 +36,7 @@ void arp(const std::vector<uint8_t> &f)
 void nd(const std::vector<uint8_t> &f)
 {
     uint8_t other[6] = {0};
-    ProbeVerdict v = dad_verdict(f.data(), f.size(), kSelf, kTarget, kNonce, other);
+    ProbeVerdict v = dad_verdict(f.data(), f.size(), kMac, kTarget, kNonce, other);
     if (v == ProbeVerdict::Ignore)
         return;
     require(f.size() >= 78 && f[20] == 58 && f[21] == 255 && memcmp(&f[62], kTarget, 16) == 0 &&
@@ -62,7 +53,7 @@ void own(const std::vector<uint8_t> &f)
     dad_build_solicit(frame, f.data() + kDadNonceLen, kTarget, f.data());
     std::vector<uint8_t> copy(frame, frame + sizeof frame);
     bool same = memcmp(f.data(), kNonce, kDadNonceLen) == 0;
-    ProbeVerdict v = dad_verdict(copy.data(), copy.size(), kSelf, kTarget, kNonce, other);
+    ProbeVerdict v = dad_verdict(copy.data(), copy.size(), kMac, kTarget, kNonce, other);
     require(v == (same ? ProbeVerdict::Ignore : ProbeVerdict::Simultaneous), "own probe");
 }
 
