@@ -138,20 +138,19 @@ TEST_F(RfcProbe, WhatTheNeighbourSendsDuringOurProbe)
     const NetProbeOpts opts = {0, 3, 1000, 1000, 1000, -1, -1};
     for (const Case &c : cases) {
         SCOPED_TRACE(c.what);
-        PeerTask peer(peer_, [&](const std::function<void()> &ready, int) {
-            int fd = arp_socket("nb1");
-            if (fd < 0)
-                return 2;
-            ready();
-            auto ours = [&](const Bytes &f) {
-                return arp_op(f) == 1 && memcmp(&f[38], target.data(), 4) == 0;
-            };
-            return await(fd, 3000, ours, nullptr) && send_all(fd, {c.frame}) ? 0 : 3;
-        });
-        ASSERT_TRUE(peer.ready());
+        int fd = -1;
+        as_peer(peer_, [&] { fd = arp_socket("nb1"); });
+        ASSERT_GE(fd, 0);
+        auto ours = [&](const Bytes &f) {
+            return arp_op(f) == 1 && memcmp(&f[38], target.data(), 4) == 0;
+        };
+        bool sent = false;
+        std::thread nb([&] { sent = await(fd, 3000, ours, nullptr) && send_all(fd, {c.frame}); });
         NetProbeResult r;
         EXPECT_EQ(0, NET_ProbeIpv4("lan1", "192.168.1.77", &opts, &r));
-        EXPECT_EQ(0, peer.wait());
+        nb.join();
+        close(fd);
+        EXPECT_TRUE(sent);
         EXPECT_EQ(c.outcome, r.iOutcome);
         EXPECT_EQ(c.mac, res_mac(r));
         EXPECT_EQ(c.outcome == NET_PROBE_FREE ? 3 : 1, r.iProbesSent);
@@ -250,22 +249,21 @@ TEST_F(RfcProbe, AnnouncementsSpacedAsAsked)
     const Ip4 addr = ip4("192.168.1.20");
     const Mac self = mac_of("lan1");
     const NetProbeOpts opts = {-1, -1, -1, -1, -1, 3, 300};
-    PeerTask peer(peer_, [&](const std::function<void()> &ready, int) {
-        int fd = arp_socket("nb1");
-        if (fd < 0)
-            return 2;
-        ready();
-        auto announce = [&](const Bytes &f) {
-            return f == arp_frame(1, kBroadcast, self, addr, kNoMac, addr);
-        };
-        for (int i = 0; i < 3; ++i)
-            if (!await(fd, 3000, announce, nullptr))
-                return 3;
-        return 0;
+    int fd = -1;
+    as_peer(peer_, [&] { fd = arp_socket("nb1"); });
+    ASSERT_GE(fd, 0);
+    auto announce = [&](const Bytes &f) {
+        return f == arp_frame(1, kBroadcast, self, addr, kNoMac, addr);
+    };
+    int seen = 0;
+    std::thread nb([&] {
+        while (seen < 3 && await(fd, 3000, announce, nullptr))
+            ++seen;
     });
-    ASSERT_TRUE(peer.ready());
     auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(0, NET_AnnounceIpv4("lan1", "192.168.1.20", &opts));
     EXPECT_GE(since(start), 0.6);
-    EXPECT_EQ(0, peer.wait());
+    nb.join();
+    close(fd);
+    EXPECT_EQ(3, seen);
 }
