@@ -7,6 +7,7 @@
 
 #include "args.h"
 #include "cli.h"
+#include "guard.h"
 #include "json.h"
 #include "libnetwork.h"
 #include "package.h"
@@ -62,15 +63,19 @@ bool read_record(const Ctx &c, const char *ifn, NetEtherCfg *e)
     memset(e, 0, sizeof *e);
     if (NET_GetEtherCfg(ifn, e) == 0)
         return true;
-    fail(c, "INTERFACE '%s' has no stored section %s in package network", ifn,
-         NET_GetUciNameByIfName(ifn));
+    std::string why = guard::package_trouble("network");
+    if (!why.empty())
+        fail(c, "INTERFACE '%s': package network cannot be loaded: %s", ifn, why.c_str());
+    else
+        fail(c, "INTERFACE '%s' has no stored section %s in package network", ifn,
+             NET_GetUciNameByIfName(ifn));
     return false;
 }
 
 int show(Ctx &c, Args &a)
 {
     const char *ifn = a.need("INTERFACE");
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn))
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn))
         return kExitUsage;
     NetEtherCfg e;
     if (!read_record(c, ifn, &e))
@@ -99,7 +104,7 @@ bool mode_value(const Ctx &c, const char *key, const char *value, const char *co
             return true;
         }
     long n = 0;
-    if (!parse_long(c, key, value, -1000000, 1000000, &n))
+    if (!parse_long(c, key, value, 0, names[2] != nullptr ? 2 : 1, &n))
         return false;
     *out = static_cast<int32_t>(n);
     return true;
@@ -142,17 +147,17 @@ bool apply_pair(const Ctx &c, const char *pair, NetEtherCfg *e)
         return true;
     }
     if (key == "prefix6") {
-        if (!parse_long(c, k, v, 0, 128, &n))
+        if (!parse_long(c, k, v, 1, 128, &n))
             return false;
         e->iIpv6PrefixLen = static_cast<int32_t>(n);
         return true;
     }
     if (key == "addr")
-        return empty_or(check_ipv4, c, k, v) && copy_text(c, k, v, e->szIpv4Addr, 16);
+        return empty_or(guard::address, c, k, v) && copy_text(c, k, v, e->szIpv4Addr, 16);
     if (key == "mask")
-        return empty_or(check_mask, c, k, v) && copy_text(c, k, v, e->szIpv4Mask, 16);
+        return empty_or(guard::mask, c, k, v) && copy_text(c, k, v, e->szIpv4Mask, 16);
     if (key == "gateway")
-        return empty_or(check_ipv4, c, k, v) && copy_text(c, k, v, e->szIpv4Gateway, 16);
+        return empty_or(guard::address, c, k, v) && copy_text(c, k, v, e->szIpv4Gateway, 16);
     if (key == "dns1")
         return empty_or(check_ipv4, c, k, v) && copy_text(c, k, v, e->szDns1, 16);
     if (key == "dns2")
@@ -165,6 +170,35 @@ bool apply_pair(const Ctx &c, const char *pair, NetEtherCfg *e)
             "is not one of cardtype, ipv4mode, addr, mask, gateway, mtu, "
             "ipv6mode, addr6, prefix6, gateway6, dns1, dns2");
     return false;
+}
+
+// The stored options a KEY=VALUE of "ether set" may change.
+bool owned_options(const char *pair, std::vector<std::string> *keep)
+{
+    static const struct {
+        const char *key;
+        const char *options[6];
+    } kOwned[] = {
+        {"cardtype", {"cardtype"}},
+        {"ipv4mode", {"ipv4dhcp", "proto", "ipaddr", "netmask", "gateway", "dns"}},
+        {"ipv6mode", {"ipv6dhcp", "proto", "ip6addr", "ip6gw"}},
+        {"addr", {"ipaddr"}},
+        {"mask", {"netmask"}},
+        {"gateway", {"gateway"}},
+        {"mtu", {"mtu"}},
+        {"addr6", {"ip6addr"}},
+        {"prefix6", {"ip6addr"}},
+        {"gateway6", {"ip6gw"}},
+        {"dns1", {"dns"}},
+        {"dns2", {"dns"}},
+    };
+    std::string key(pair, strcspn(pair, "="));
+    for (const auto &o : kOwned)
+        if (key == o.key)
+            for (const char *opt : o.options)
+                if (opt != nullptr)
+                    keep->push_back(opt);
+    return true;
 }
 
 const char *refusal(int rc)
@@ -189,7 +223,7 @@ int set(Ctx &c, Args &a)
     std::vector<const char *> pairs;
     for (const char *p = a.take(); p != nullptr; p = a.take())
         pairs.push_back(p);
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn))
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn))
         return kExitUsage;
     if (pairs.empty()) {
         fprintf(stderr, "netlibctl %s: missing KEY=VALUE\n", c.cmd.c_str());
@@ -198,15 +232,28 @@ int set(Ctx &c, Args &a)
     NetEtherCfg e;
     if (!read_record(c, ifn, &e))
         return kExitFail;
+    std::vector<std::string> keep;
     for (const char *p : pairs)
-        if (!apply_pair(c, p, &e))
+        if (!apply_pair(c, p, &e) || !owned_options(p, &keep))
             return kExitUsage;
+    if (e.szIpv4Addr[0] != '\0' && e.szIpv4Mask[0] != '\0' &&
+        !guard::host(c, "addr", e.szIpv4Addr, e.szIpv4Mask))
+        return kExitUsage;
+    // The record is written whole: the options of keys not given are put back after.
+    const char *sec = NET_GetUciNameByIfName(ifn);
+    std::vector<guard::OptionCopy> before = guard::section_options("network", sec);
     int rc = NET_SetEtherCfg(ifn, &e);
     if (rc != 0) {
         const char *why = refusal(rc);
+        std::string dropped = guard::drop_pending("network");
         return why ? fail(c, "INTERFACE '%s' refused (%d): %s", ifn, rc, why)
-                   : fail(c, "INTERFACE '%s': the record could not be stored", ifn);
+                   : fail(c, "INTERFACE '%s': the record could not be stored%s%s", ifn,
+                          dropped.empty() ? "" : "; ", dropped.c_str());
     }
+    std::string why;
+    if (!guard::restore_options("network", sec, before, keep, &why))
+        return fail(c, "INTERFACE '%s': stored, but the fields not given changed too: %s", ifn,
+                    why.c_str());
     NetEtherCfg back;
     if (!read_record(c, ifn, &back))
         return kExitFail;
@@ -231,15 +278,22 @@ int stored(const Ctx &c, const char *ifn, const char *what, const char *value)
 
 int store_fail(const Ctx &c, const char *ifn, const char *what)
 {
-    return fail(c, "INTERFACE '%s': %s could not be stored (is there a section %s?)", ifn, what,
-                NET_GetUciNameByIfName(ifn));
+    std::string why = guard::package_trouble("network"), dropped = guard::drop_pending("network");
+    if (why.empty()) {
+        Package p("network");
+        why = p.get() != nullptr && NET_GetSection(p.get(), NET_GetUciNameByIfName(ifn)) == nullptr
+                  ? std::string("package network has no section ") + NET_GetUciNameByIfName(ifn)
+                  : "package network could not be saved";
+    }
+    return fail(c, "INTERFACE '%s': %s could not be stored: %s%s%s", ifn, what, why.c_str(),
+                dropped.empty() ? "" : "; ", dropped.c_str());
 }
 
 int addr(Ctx &c, Args &a)
 {
     const char *ifn = a.need("INTERFACE"), *ad = a.need("ADDRESS"), *mask = a.need("NETMASK");
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn) || !check_ipv4(c, "ADDRESS", ad) ||
-        !check_mask(c, "NETMASK", mask))
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn) || !guard::address(c, "ADDRESS", ad) ||
+        !guard::mask(c, "NETMASK", mask) || !guard::host(c, "ADDRESS", ad, mask))
         return kExitUsage;
     if (NET_SetIpv4AddrCfg(ifn, ad, mask) != 0)
         return store_fail(c, ifn, "the address");
@@ -251,8 +305,8 @@ int addr6(Ctx &c, Args &a)
 {
     const char *ifn = a.need("INTERFACE"), *ad = a.need("ADDRESS"), *text = a.need("PREFIX");
     long prefix = 0;
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn) || !check_ipv6(c, "ADDRESS", ad) ||
-        !parse_long(c, "PREFIX", text, 0, 128, &prefix))
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn) || !check_ipv6(c, "ADDRESS", ad) ||
+        !parse_long(c, "PREFIX", text, 1, 128, &prefix))
         return kExitUsage;
     if (NET_SetIpv6AddrCfg(ifn, ad, static_cast<int>(prefix)) != 0)
         return store_fail(c, ifn, "the IPv6 address");
@@ -264,8 +318,7 @@ int mtu(Ctx &c, Args &a)
 {
     const char *ifn = a.need("INTERFACE"), *text = a.need("MTU");
     long n = 0;
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn) ||
-        !parse_long(c, "MTU", text, 100, 1500, &n))
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn) || !parse_long(c, "MTU", text, 100, 1500, &n))
         return kExitUsage;
     if (NET_SetMtuCfg(ifn, static_cast<int>(n)) != 0)
         return store_fail(c, ifn, "the MTU");
@@ -275,14 +328,14 @@ int mtu(Ctx &c, Args &a)
 int gateway(Ctx &c, Args &a)
 {
     const char *ifn = a.need("INTERFACE"), *gw = a.need("GATEWAY");
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn))
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn))
         return kExitUsage;
     if (strcmp(gw, "none") == 0) {
         if (NET_DelGatewayCfg(ifn) != 0)
             return fail(c, "INTERFACE '%s' has no stored gateway", ifn);
         return stored(c, ifn, "gateway", nullptr);
     }
-    if (!check_ipv4(c, "GATEWAY", gw))
+    if (!guard::address(c, "GATEWAY", gw))
         return kExitUsage;
     if (NET_SetGatewayCfg(ifn, gw) != 0)
         return store_fail(c, ifn, "the gateway");
@@ -293,7 +346,7 @@ int dns_change(Ctx &c, Args &a, bool add)
 {
     const char *ifn = a.need("INTERFACE"), *master = a.need("MASTER");
     const char *slave = a.take();
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn) || !check_ipv4(c, "MASTER", master) ||
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn) || !check_ipv4(c, "MASTER", master) ||
         (slave != nullptr && !check_ipv4(c, "SLAVE", slave)))
         return kExitUsage;
     int rc = add ? NET_SetDnsCfg(ifn, master, slave) : NET_DelDnsCfg(ifn, master, slave);
@@ -328,7 +381,7 @@ int dns_del(Ctx &c, Args &a)
 int route_change(Ctx &c, Args &a, bool add)
 {
     const char *ifn = a.need("INTERFACE"), *dest = a.need("DESTINATION"), *mask = a.need("NETMASK");
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn) || !check_ipv4(c, "DESTINATION", dest) ||
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn) || !check_ipv4(c, "DESTINATION", dest) ||
         !check_mask(c, "NETMASK", mask))
         return kExitUsage;
     int rc = add ? NET_SetRouteCfg(ifn, dest, mask) : NET_DelRouteCfg(ifn, dest, mask);
@@ -372,10 +425,17 @@ std::string stored_proto(const char *ifn)
     return proto;
 }
 
+// DHCP as the network script reads the stored mode (see "apply").
+bool stored_dhcp(const char *ifn)
+{
+    std::string proto = stored_proto(ifn);
+    return proto == "dhcp" || (proto != "static" && NET_IsDhcpMode(ifn) == 1);
+}
+
 int dhcp_show(Ctx &c, Args &a)
 {
     const char *ifn = a.need("INTERFACE");
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn))
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn))
         return kExitUsage;
     bool v4 = NET_IsDhcpMode(ifn) == 1, v6 = NET_IsDhcpv6Mode(ifn) == 1;
     std::string proto = stored_proto(ifn);
@@ -397,10 +457,31 @@ int dhcp_show(Ctx &c, Args &a)
 int dhcp_switch(Ctx &c, Args &a, bool on)
 {
     const char *ifn = a.need("INTERFACE");
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn))
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn))
         return kExitUsage;
+    bool was = stored_dhcp(ifn);
     if ((on ? NET_EnableDhcp(ifn) : NET_DisableDhcp(ifn)) != 0)
         return store_fail(c, ifn, "the mode");
+    // "proto" can say DHCP while the mode number says static (the switch then sees nothing
+    // to do): the record, written with a static mode, sets both.
+    NetEtherCfg e;
+    if (!on && stored_dhcp(ifn) && read_record(c, ifn, &e)) {
+        e.iIpv4Mode = 0;
+        const char *sec = NET_GetUciNameByIfName(ifn);
+        std::vector<guard::OptionCopy> before = guard::section_options("network", sec);
+        std::string why;
+        if (NET_SetEtherCfg(ifn, &e) != 0)
+            why = "the static record could not be stored";
+        else if (!guard::restore_options("network", sec, before, {"ipv4dhcp", "proto"}, &why))
+            why = "the static record was stored, but " + why;
+        if (!why.empty()) {
+            std::string dropped = guard::drop_pending("network");
+            return fail(c, "INTERFACE '%s': DHCP stays on: %s%s%s", ifn, why.c_str(),
+                        dropped.empty() ? "" : "; ", dropped.c_str());
+        }
+    }
+    if (!on && stored_dhcp(ifn))
+        return fail(c, "INTERFACE '%s': DHCP stays on (proto %s)", ifn, stored_proto(ifn).c_str());
     std::string proto = stored_proto(ifn);
     if (c.json)
         Json()
@@ -410,6 +491,9 @@ int dhcp_switch(Ctx &c, Args &a, bool on)
             .str("proto", proto.c_str())
             .end_object()
             .print();
+    else if (was == on)
+        printf("%s: DHCP already %s (proto %s); nothing changed\n", ifn, on ? "on" : "off",
+               or_dash(proto.c_str()));
     else
         printf("%s: DHCP %s stored (proto %s); it takes effect at the next network restart\n", ifn,
                on ? "on" : "off", or_dash(proto.c_str()));
