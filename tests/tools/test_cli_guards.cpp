@@ -76,7 +76,6 @@ TEST(CliGuards, RefusedInput)
         {"$T ddns set port=0", 2, "port '0' is not a port"},
         // Nothing of the above reached the resolver file or the store.
         {"true", 0, "!1.1.1.1", "/etc/resolv.conf"},
-        {"true", 0, "!defnetcard", "/etc/config/network"},
         // clang-format on
     };
     run(rows);
