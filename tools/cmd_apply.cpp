@@ -102,12 +102,14 @@ void apply_static(const char *ifn, const Stored &st, Faults *f)
         if (st.gateway != now && NET_SetIpv4Gateway(ifn, st.gateway.c_str()) != 0)
             f->push_back("gateway " + st.gateway + " could not be added");
     }
-    for (const std::string *d : {&st.dns1, &st.dns2})
-        if (!d->empty())
-            usable(f, "dns server", *d,
-                   INET_IsIpv4AddrValid(d->c_str()) == 1 ? "" : "is not a dotted IPv4 address");
-    if ((!st.dns1.empty() || !st.dns2.empty()) &&
-        NET_EnableDnsServer(ifn, st.dns1.c_str(), st.dns2.c_str()) != 0)
+    std::string dns[2] = {st.dns1, st.dns2};
+    for (std::string &d : dns)
+        if (!d.empty() &&
+            !usable(f, "dns server", d,
+                    INET_IsIpv4AddrValid(d.c_str()) == 1 ? "" : "is not a dotted IPv4 address"))
+            d.clear();
+    if ((!dns[0].empty() || !dns[1].empty()) &&
+        NET_EnableDnsServer(ifn, dns[0].c_str(), dns[1].c_str()) != 0)
         f->push_back("the resolver file could not be written");
 }
 

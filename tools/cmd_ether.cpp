@@ -350,10 +350,11 @@ int dns_change(Ctx &c, Args &a, bool add)
         (slave != nullptr && !check_ipv4(c, "SLAVE", slave)))
         return kExitUsage;
     int rc = add ? NET_SetDnsCfg(ifn, master, slave) : NET_DelDnsCfg(ifn, master, slave);
+    if (rc != 0 && (add || guard::pending("network")))
+        return store_fail(c, ifn, "the servers");
     if (rc != 0)
-        return add ? store_fail(c, ifn, "the servers")
-                   : fail(c, "MASTER '%s'%s%s is not in the stored dns list of %s", master,
-                          slave ? " or SLAVE " : "", slave ? slave : "", ifn);
+        return fail(c, "MASTER '%s'%s%s is not in the stored dns list of %s", master,
+                    slave ? " or SLAVE " : "", slave ? slave : "", ifn);
     std::string v = std::string(master) + (slave ? std::string(" ") + slave : "");
     if (c.json)
         Json()
@@ -385,9 +386,10 @@ int route_change(Ctx &c, Args &a, bool add)
         !check_mask(c, "NETMASK", mask))
         return kExitUsage;
     int rc = add ? NET_SetRouteCfg(ifn, dest, mask) : NET_DelRouteCfg(ifn, dest, mask);
+    if (rc != 0 && (add || guard::pending("network")))
+        return store_fail(c, ifn, "the route");
     if (rc != 0)
-        return add ? store_fail(c, ifn, "the route")
-                   : fail(c, "DESTINATION '%s' has no stored route on %s", dest, ifn);
+        return fail(c, "DESTINATION '%s' has no stored route on %s", dest, ifn);
     std::string v = std::string(dest) + "/" + mask;
     if (c.json)
         Json()
@@ -480,8 +482,11 @@ int dhcp_switch(Ctx &c, Args &a, bool on)
                         dropped.empty() ? "" : "; ", dropped.c_str());
         }
     }
-    if (!on && stored_dhcp(ifn))
-        return fail(c, "INTERFACE '%s': DHCP stays on (proto %s)", ifn, stored_proto(ifn).c_str());
+    if (stored_dhcp(ifn) != on)
+        return fail(
+            c, "INTERFACE '%s': DHCP stays %s: proto is %s (ether set %s ipv4mode=%s writes both)",
+            ifn, on ? "off" : "on", or_dash(stored_proto(ifn).c_str()), ifn,
+            on ? "dhcp" : "static");
     std::string proto = stored_proto(ifn);
     if (c.json)
         Json()

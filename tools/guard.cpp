@@ -191,23 +191,41 @@ std::string package_trouble(const char *pkg)
     return why;
 }
 
-std::string drop_pending(const char *pkg)
+namespace
+{
+
+std::string delta_file(struct uci_context *ctx, const char *pkg)
+{
+    return std::string(ctx->savedir) + "/" + pkg;
+}
+
+} // namespace
+
+bool pending(const char *pkg)
 {
     struct uci_context *ctx = uci_alloc_context();
     if (ctx == nullptr)
-        return "";
-    std::string delta = std::string(ctx->savedir) + "/" + pkg;
+        return false;
     struct stat st;
-    std::string said;
-    if (stat(delta.c_str(), &st) == 0 && st.st_size > 0) {
-        std::vector<char> name(pkg, pkg + strlen(pkg) + 1);
-        struct uci_ptr ptr;
-        if (uci_lookup_ptr(ctx, &ptr, name.data(), true) == UCI_OK &&
-            uci_revert(ctx, &ptr) == UCI_OK)
-            said = "the change was dropped, nothing of it is stored";
-        else
-            said = "its change is still pending in " + delta + " and a later commit would write it";
-    }
+    bool some = stat(delta_file(ctx, pkg).c_str(), &st) == 0 && st.st_size > 0;
+    uci_free_context(ctx);
+    return some;
+}
+
+std::string drop_pending(const char *pkg)
+{
+    if (!pending(pkg))
+        return "";
+    struct uci_context *ctx = uci_alloc_context();
+    if (ctx == nullptr)
+        return "";
+    std::vector<char> name(pkg, pkg + strlen(pkg) + 1);
+    struct uci_ptr ptr;
+    std::string said =
+        uci_lookup_ptr(ctx, &ptr, name.data(), true) == UCI_OK && uci_revert(ctx, &ptr) == UCI_OK
+            ? "the change was dropped, nothing of it is stored"
+            : "its change is still pending in " + delta_file(ctx, pkg) +
+                  " and a later commit would write it";
     uci_free_context(ctx);
     return said;
 }

@@ -34,6 +34,9 @@ std::string mask_fault(const std::string &value);
 // where its syntax breaks. "" when it loads.
 std::string package_trouble(const char *pkg);
 
+// Whether a failed commit left changes of the package pending in the save directory.
+bool pending(const char *pkg);
+
 // After a store that failed: drops what the failed commit left pending in the save
 // directory, so that no later commit writes it. Returns the sentence that tells the user.
 std::string drop_pending(const char *pkg);
