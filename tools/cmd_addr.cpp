@@ -92,13 +92,10 @@ int addr_set(Ctx &c, Args &a)
         if (!exists(ifn))
             return no_such(c, ifn);
         // A failed commit leaves its change pending, where a read would still find it.
-        std::string dropped = guard::drop_pending("network");
+        std::string why = guard::store_failure("network");
         if (stored_address(ifn) == addr)
             return fail(c, "ADDRESS '%s' was stored but could not be set live on %s", addr, ifn);
-        std::string why = guard::package_trouble("network");
-        return fail(c, "ADDRESS '%s' could not be stored for %s: %s%s%s", addr, ifn,
-                    why.empty() ? "package network could not be saved" : why.c_str(),
-                    dropped.empty() ? "" : "; ", dropped.c_str());
+        return fail(c, "ADDRESS '%s' could not be stored for %s: %s", addr, ifn, why.c_str());
     }
     if (c.json)
         Json()

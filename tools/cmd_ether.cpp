@@ -173,7 +173,7 @@ bool apply_pair(const Ctx &c, const char *pair, NetEtherCfg *e)
 }
 
 // The stored options a KEY=VALUE of "ether set" may change.
-bool owned_options(const char *pair, std::vector<std::string> *keep)
+void owned_options(const char *pair, std::vector<std::string> *keep)
 {
     static const struct {
         const char *key;
@@ -198,7 +198,6 @@ bool owned_options(const char *pair, std::vector<std::string> *keep)
             for (const char *opt : o.options)
                 if (opt != nullptr)
                     keep->push_back(opt);
-    return true;
 }
 
 const char *refusal(int rc)
@@ -217,6 +216,25 @@ const char *refusal(int rc)
     }
 }
 
+// Writes the record whole, then puts back every option of the section that `keep` does not
+// name, so that only the fields given change. 0, the library's refusal, or -1 with *why.
+int store_fields(const char *ifn, const NetEtherCfg &e, const std::vector<std::string> &keep,
+                 std::string *why)
+{
+    const char *sec = NET_GetUciNameByIfName(ifn);
+    std::vector<guard::OptionCopy> before = guard::section_options("network", sec);
+    int rc = NET_SetEtherCfg(ifn, &e);
+    if (rc != 0) {
+        if (refusal(rc) == nullptr)
+            *why = "the record could not be stored: " + guard::store_failure("network");
+        return rc;
+    }
+    if (guard::restore_options("network", sec, before, keep, why))
+        return 0;
+    *why = "the record was stored, but the fields not given changed too: " + *why;
+    return -1;
+}
+
 int set(Ctx &c, Args &a)
 {
     const char *ifn = a.need("INTERFACE");
@@ -233,27 +251,19 @@ int set(Ctx &c, Args &a)
     if (!read_record(c, ifn, &e))
         return kExitFail;
     std::vector<std::string> keep;
-    for (const char *p : pairs)
-        if (!apply_pair(c, p, &e) || !owned_options(p, &keep))
+    for (const char *p : pairs) {
+        if (!apply_pair(c, p, &e))
             return kExitUsage;
+        owned_options(p, &keep);
+    }
     if (e.szIpv4Addr[0] != '\0' && e.szIpv4Mask[0] != '\0' &&
         !guard::host(c, "addr", e.szIpv4Addr, e.szIpv4Mask))
         return kExitUsage;
-    // The record is written whole: the options of keys not given are put back after.
-    const char *sec = NET_GetUciNameByIfName(ifn);
-    std::vector<guard::OptionCopy> before = guard::section_options("network", sec);
-    int rc = NET_SetEtherCfg(ifn, &e);
-    if (rc != 0) {
-        const char *why = refusal(rc);
-        std::string dropped = guard::drop_pending("network");
-        return why ? fail(c, "INTERFACE '%s' refused (%d): %s", ifn, rc, why)
-                   : fail(c, "INTERFACE '%s': the record could not be stored%s%s", ifn,
-                          dropped.empty() ? "" : "; ", dropped.c_str());
-    }
     std::string why;
-    if (!guard::restore_options("network", sec, before, keep, &why))
-        return fail(c, "INTERFACE '%s': stored, but the fields not given changed too: %s", ifn,
-                    why.c_str());
+    int rc = store_fields(ifn, e, keep, &why);
+    if (rc != 0)
+        return refusal(rc) ? fail(c, "INTERFACE '%s' refused (%d): %s", ifn, rc, refusal(rc))
+                           : fail(c, "INTERFACE '%s': %s", ifn, why.c_str());
     NetEtherCfg back;
     if (!read_record(c, ifn, &back))
         return kExitFail;
@@ -278,15 +288,11 @@ int stored(const Ctx &c, const char *ifn, const char *what, const char *value)
 
 int store_fail(const Ctx &c, const char *ifn, const char *what)
 {
-    std::string why = guard::package_trouble("network"), dropped = guard::drop_pending("network");
-    if (why.empty()) {
-        Package p("network");
-        why = p.get() != nullptr && NET_GetSection(p.get(), NET_GetUciNameByIfName(ifn)) == nullptr
-                  ? std::string("package network has no section ") + NET_GetUciNameByIfName(ifn)
-                  : "package network could not be saved";
-    }
-    return fail(c, "INTERFACE '%s': %s could not be stored: %s%s%s", ifn, what, why.c_str(),
-                dropped.empty() ? "" : "; ", dropped.c_str());
+    std::string why = guard::store_failure("network");
+    Package p("network");
+    if (p.get() != nullptr && NET_GetSection(p.get(), NET_GetUciNameByIfName(ifn)) == nullptr)
+        why = std::string("package network has no section ") + NET_GetUciNameByIfName(ifn);
+    return fail(c, "INTERFACE '%s': %s could not be stored: %s", ifn, what, why.c_str());
 }
 
 int addr(Ctx &c, Args &a)
@@ -469,18 +475,11 @@ int dhcp_switch(Ctx &c, Args &a, bool on)
     NetEtherCfg e;
     if (!on && stored_dhcp(ifn) && read_record(c, ifn, &e)) {
         e.iIpv4Mode = 0;
-        const char *sec = NET_GetUciNameByIfName(ifn);
-        std::vector<guard::OptionCopy> before = guard::section_options("network", sec);
         std::string why;
-        if (NET_SetEtherCfg(ifn, &e) != 0)
-            why = "the static record could not be stored";
-        else if (!guard::restore_options("network", sec, before, {"ipv4dhcp", "proto"}, &why))
-            why = "the static record was stored, but " + why;
-        if (!why.empty()) {
-            std::string dropped = guard::drop_pending("network");
-            return fail(c, "INTERFACE '%s': DHCP stays on: %s%s%s", ifn, why.c_str(),
-                        dropped.empty() ? "" : "; ", dropped.c_str());
-        }
+        int rc = store_fields(ifn, e, {"ipv4dhcp", "proto"}, &why);
+        if (rc != 0)
+            return fail(c, "INTERFACE '%s': DHCP stays on: %s", ifn,
+                        refusal(rc) ? refusal(rc) : why.c_str());
     }
     if (stored_dhcp(ifn) != on)
         return fail(
@@ -517,7 +516,7 @@ int dhcp_off(Ctx &c, Args &a)
 const Command kCommands[] = {
     {"ether show", "INTERFACE", "the stored record of an interface (NetEtherCfg)",
      "In the automatic modes the addresses come from the live interface.", show},
-    {"ether set", "INTERFACE KEY=VALUE...", "change fields of the record and store it whole",
+    {"ether set", "INTERFACE KEY=VALUE...", "change fields of the stored record, only those",
      "Keys: cardtype, ipv4mode (static|dhcp|N), addr, mask, gateway, mtu, ipv6mode\n"
      "(dhcpv6|static|ra|N), addr6, prefix6, gateway6, dns1, dns2. On a two-port device an\n"
      "address the other port holds, or one in its subnet, is refused.",

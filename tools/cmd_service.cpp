@@ -144,13 +144,9 @@ int set_record(Ctx &c, Args &a, const Record &r)
                 return kExitUsage;
     if (!apply_fields(c, r.fields, r.count, pairs, rec.data()))
         return kExitUsage;
-    if (r.set(rec.data()) != 0) {
-        std::string why = guard::package_trouble("network"),
-                    dropped = guard::drop_pending("network");
-        return fail(c, "the record could not be stored: %s%s%s",
-                    why.empty() ? "package network could not be saved" : why.c_str(),
-                    dropped.empty() ? "" : "; ", dropped.c_str());
-    }
+    if (r.set(rec.data()) != 0)
+        return fail(c, "the record could not be stored: %s",
+                    guard::store_failure("network").c_str());
     // Read back: what the store kept, which is not always all that was given.
     std::vector<unsigned char> back(r.size, 0);
     if (r.get(back.data()) != 0)
@@ -203,11 +199,9 @@ int defcard_set(Ctx &c, Args &a)
     const char *name = a.need("INTERFACE");
     if (!a.end() || !guard::port(c, "INTERFACE", name, false))
         return kExitUsage;
-    if (NET_SetDefNetCard(name) != 0) {
-        std::string dropped = guard::drop_pending("network");
-        return fail(c, "INTERFACE '%s' could not be stored as the default card%s%s", name,
-                    dropped.empty() ? "" : ": ", dropped.c_str());
-    }
+    if (NET_SetDefNetCard(name) != 0)
+        return fail(c, "INTERFACE '%s' could not be stored as the default card: %s", name,
+                    guard::store_failure("network").c_str());
     if (c.json)
         Json().begin_object().str("defcard", name).end_object().print();
     else

@@ -230,6 +230,13 @@ std::string drop_pending(const char *pkg)
     return said;
 }
 
+std::string store_failure(const char *pkg)
+{
+    std::string dropped = drop_pending(pkg), why = package_trouble(pkg);
+    return (why.empty() ? "package " + std::string(pkg) + " could not be saved" : why) +
+           (dropped.empty() ? "" : "; " + dropped);
+}
+
 std::string escaped(const std::string &text)
 {
     std::string out;
@@ -311,9 +318,7 @@ bool restore_options(const char *pkg, const char *section, const std::vector<Opt
         }
     }
     if (changed && p.commit() != 0) {
-        std::string dropped = drop_pending(pkg);
-        *why = "package " + std::string(pkg) + " could not be saved" +
-               (dropped.empty() ? "" : "; " + dropped);
+        *why = store_failure(pkg);
         return false;
     }
     return true;

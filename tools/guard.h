@@ -41,6 +41,10 @@ bool pending(const char *pkg);
 // directory, so that no later commit writes it. Returns the sentence that tells the user.
 std::string drop_pending(const char *pkg);
 
+// Why a store of the package failed, after dropping what it left pending: the package's
+// trouble, or the failed save, and what became of the change.
+std::string store_failure(const char *pkg);
+
 // Control characters and backslashes as C escapes, for one-line output.
 std::string escaped(const std::string &text);
 
