@@ -219,7 +219,7 @@ step netlibctl drv ping "$first" 192.168.1.1
 step netlibctl drv cfg
 
 title "Validators and JSON for scripts"
-step netlibctl check ipv4 192.168.1.0
+refused netlibctl check ipv4 192.168.1.0
 step netlibctl check mask 255.255.255.0
 step netlibctl --json addr show "$first"
 

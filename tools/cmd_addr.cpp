@@ -2,10 +2,14 @@
 // addresses, static routes, and the resolver file's per-interface blocks.
 #include <string.h>
 
+#include <string>
+
 #include "args.h"
 #include "cli.h"
+#include "guard.h"
 #include "json.h"
 #include "libnetwork.h"
+#include "package.h"
 
 namespace
 {
@@ -63,11 +67,21 @@ int addr_show(Ctx &c, Args &a)
     return 0;
 }
 
+// The address stored for the port, "" when none can be read.
+std::string stored_address(const char *ifn)
+{
+    Package p("network");
+    struct uci_section *s =
+        p.get() ? NET_GetSection(p.get(), NET_GetUciNameByIfName(ifn)) : nullptr;
+    char buf[64] = {0};
+    return s != nullptr && NET_GetOption(s, "ipaddr", buf, sizeof buf - 1) == 0 ? buf : "";
+}
+
 int addr_set(Ctx &c, Args &a)
 {
     const char *ifn = a.need("INTERFACE"), *addr = a.need("ADDRESS"), *mask = a.need("NETMASK");
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn) || !check_ipv4(c, "ADDRESS", addr) ||
-        !check_mask(c, "NETMASK", mask))
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn) || !guard::address(c, "ADDRESS", addr) ||
+        !guard::mask(c, "NETMASK", mask) || !guard::host(c, "ADDRESS", addr, mask))
         return kExitUsage;
     if (NET_IPv4SetAddr(ifn, addr, mask) != 0) {
         const char *other = other_port(ifn);
@@ -77,8 +91,11 @@ int addr_set(Ctx &c, Args &a)
             return fail(c, "INTERFACE '%s' is in DHCP mode: its address is not set by hand", ifn);
         if (!exists(ifn))
             return no_such(c, ifn);
-        return fail(c, "ADDRESS '%s' could not be set on %s (-v shows the library's log)", addr,
-                    ifn);
+        // A failed commit leaves its change pending, where a read would still find it.
+        std::string why = guard::store_failure("network");
+        if (stored_address(ifn) == addr)
+            return fail(c, "ADDRESS '%s' was stored but could not be set live on %s", addr, ifn);
+        return fail(c, "ADDRESS '%s' could not be stored for %s: %s", addr, ifn, why.c_str());
     }
     if (c.json)
         Json()
@@ -92,15 +109,18 @@ int addr_set(Ctx &c, Args &a)
             .print();
     else
         printf("%s: %s netmask %s stored and set live\n", ifn, addr, mask);
-    return 0;
+    return guard::keep_default_route(c, ifn);
 }
 
 int addr_set_live(Ctx &c, Args &a)
 {
     const char *ifn = a.need("INTERFACE"), *addr = a.need("ADDRESS");
     const char *mask = a.take();
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn) || !check_ipv4(c, "ADDRESS", addr) ||
-        (mask != nullptr && !check_mask(c, "NETMASK", mask)))
+    // 0.0.0.0 takes the address away.
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn, false) || !check_ipv4(c, "ADDRESS", addr) ||
+        (strcmp(addr, "0.0.0.0") != 0 && !guard::address(c, "ADDRESS", addr)) ||
+        (mask != nullptr &&
+         (!guard::mask(c, "NETMASK", mask) || !guard::host(c, "ADDRESS", addr, mask))))
         return kExitUsage;
     if (NET_SetIpv4Addr(ifn, addr) != 0) {
         const char *other = other_port(ifn);
@@ -150,12 +170,17 @@ int gateway_show(Ctx &c, Args &a)
 int gateway_change(Ctx &c, Args &a, bool add)
 {
     const char *ifn = a.need("INTERFACE"), *gw = a.need("GATEWAY");
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn) || !check_ipv4(c, "GATEWAY", gw))
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn, false) || !guard::address(c, "GATEWAY", gw))
         return kExitUsage;
     int rc = add ? NET_SetIpv4Gateway(ifn, gw) : NET_DelIpv4Gateway(ifn, gw);
+    char now[16] = {0};
+    if (rc != 0 && add && NET_GetIpv4Gateway(ifn, now, sizeof now) == 0 && now[0] != '\0')
+        return fail(c, "GATEWAY '%s': %s already has a default route, via %s", gw, ifn, now);
+    if (rc != 0 && add && NET_IsIpv4SameSubnet(ifn, gw) != 1)
+        return fail(c, "GATEWAY '%s' is unreachable: outside the subnet of %s", gw, ifn);
     if (rc != 0)
         return fail(c,
-                    add ? "GATEWAY '%s' could not be added on %s (unreachable or present)"
+                    add ? "GATEWAY '%s' could not be added on %s (the kernel refused the route)"
                         : "GATEWAY '%s' is not a default route of %s",
                     gw, ifn);
     if (c.json)
@@ -216,7 +241,7 @@ int addr6_change(Ctx &c, Args &a, bool add)
 {
     const char *ifn = a.need("INTERFACE"), *addr = a.need("ADDRESS"), *text = a.need("PREFIX");
     long prefix = 0;
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn) || !check_ipv6(c, "ADDRESS", addr) ||
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn, false) || !check_ipv6(c, "ADDRESS", addr) ||
         !parse_long(c, "PREFIX", text, 3, 127, &prefix))
         return kExitUsage;
     int p = static_cast<int>(prefix);
@@ -250,15 +275,16 @@ int addr6_del(Ctx &c, Args &a)
 int route_change(Ctx &c, Args &a, bool add)
 {
     const char *ifn = a.need("INTERFACE"), *dest = a.need("DESTINATION"), *mask = a.need("NETMASK");
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn) || !check_ipv4(c, "DESTINATION", dest) ||
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn) || !check_ipv4(c, "DESTINATION", dest) ||
         !check_mask(c, "NETMASK", mask))
         return kExitUsage;
     int rc = add ? NET_IPv4SetRoute(ifn, dest, mask) : NET_IPv4DelRoute(ifn, dest, mask);
+    std::string dropped = rc != 0 ? guard::drop_pending("network") : "";
     if (rc != 0)
         return fail(c,
-                    add ? "DESTINATION '%s' netmask %s: the route could not be added on %s"
-                        : "DESTINATION '%s' netmask %s: no such route on %s",
-                    dest, mask, ifn);
+                    add ? "DESTINATION '%s' netmask %s: the route could not be added on %s%s%s"
+                        : "DESTINATION '%s' netmask %s: no such route on %s%s%s",
+                    dest, mask, ifn, dropped.empty() ? "" : "; ", dropped.c_str());
     if (c.json)
         Json()
             .begin_object()
@@ -286,7 +312,7 @@ int route_del(Ctx &c, Args &a)
 int resolv_show(Ctx &c, Args &a)
 {
     const char *ifn = a.need("INTERFACE");
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn))
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn, false))
         return kExitUsage;
     // The library copies without a terminator: zeroed buffers one byte longer than declared.
     char master[47] = {0}, slave[47] = {0};
@@ -318,7 +344,8 @@ int resolv_set(Ctx &c, Args &a)
 {
     const char *ifn = a.need("INTERFACE"), *master = a.need("MASTER");
     const char *slave = a.take();
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn) || !check_server(c, "MASTER", master) ||
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn, false) ||
+        !check_server(c, "MASTER", master) ||
         (slave != nullptr && !check_server(c, "SLAVE", slave)))
         return kExitUsage;
     if (NET_SetDnsServer(ifn, master, slave) != 0)

@@ -9,6 +9,7 @@
 
 #include "args.h"
 #include "cli.h"
+#include "guard.h"
 #include "json.h"
 #include "libnetwork.h"
 #include "package.h"
@@ -67,29 +68,49 @@ Stored read_stored(const char *ifn)
     return st;
 }
 
-bool usable(const std::string &a)
+// "stored NAME 'VALUE' RULE", the value escaped: each stored value that cannot be applied.
+using Faults = std::vector<std::string>;
+
+bool usable(Faults *f, const char *name, const std::string &value, const std::string &fault)
 {
-    return INET_IsIpv4AddrValid(a.c_str()) == 1;
+    if (fault.empty())
+        return true;
+    f->push_back(std::string("stored ") + name + " '" + guard::escaped(value) + "' " + fault);
+    return false;
 }
 
-// Sets the static settings live; returns the first failure's text, or "".
-std::string apply_static(const char *ifn, const Stored &st)
+// Sets the static settings live; appends each failure's text.
+void apply_static(const char *ifn, const Stored &st, Faults *f)
 {
-    if (usable(st.address) && INET_IsIpv4AddrExist(ifn, st.address.c_str()) != 1 &&
+    bool addr =
+        !st.address.empty() && usable(f, "address", st.address, guard::address_fault(st.address));
+    bool mask = addr && usable(f, "netmask", st.netmask, guard::mask_fault(st.netmask));
+    uint32_t a = 0, m = 0;
+    if (mask && is_string_ipaddr_ipv4(st.address.c_str(), &a) == 1 &&
+        is_string_ipaddr_ipv4(st.netmask.c_str(), &m) == 1 && is_ip_valid(a, m) != 1)
+        addr = mask = usable(f, "address", st.address,
+                             "is the network or broadcast address of netmask " + st.netmask);
+    if (addr && INET_IsIpv4AddrExist(ifn, st.address.c_str()) != 1 &&
         NET_SetIpv4Addr(ifn, st.address.c_str()) != 0)
-        return "address " + st.address + " could not be set";
-    if (usable(st.address) && usable(st.netmask) && NET_SetIpv4Mask(ifn, st.netmask.c_str()) != 0)
-        return "netmask " + st.netmask + " could not be set";
-    if (usable(st.gateway) && st.gateway != "0.0.0.0") {
+        f->push_back("address " + st.address + " could not be set");
+    else if (mask && NET_SetIpv4Mask(ifn, st.netmask.c_str()) != 0)
+        f->push_back("netmask " + st.netmask + " could not be set");
+    if (!st.gateway.empty() && st.gateway != "0.0.0.0" &&
+        usable(f, "gateway", st.gateway, guard::address_fault(st.gateway))) {
         char now[16] = {0};
         NET_GetIpv4Gateway(ifn, now, sizeof now);
         if (st.gateway != now && NET_SetIpv4Gateway(ifn, st.gateway.c_str()) != 0)
-            return "gateway " + st.gateway + " could not be added";
+            f->push_back("gateway " + st.gateway + " could not be added");
     }
-    if ((!st.dns1.empty() || !st.dns2.empty()) &&
-        NET_EnableDnsServer(ifn, st.dns1.c_str(), st.dns2.c_str()) != 0)
-        return "the resolver file could not be written";
-    return "";
+    std::string dns[2] = {st.dns1, st.dns2};
+    for (std::string &d : dns)
+        if (!d.empty() &&
+            !usable(f, "dns server", d,
+                    INET_IsIpv4AddrValid(d.c_str()) == 1 ? "" : "is not a dotted IPv4 address"))
+            d.clear();
+    if ((!dns[0].empty() || !dns[1].empty()) &&
+        NET_EnableDnsServer(ifn, dns[0].c_str(), dns[1].c_str()) != 0)
+        f->push_back("the resolver file could not be written");
 }
 
 bool holds_ipv6(const char *ifn, const std::string &addr)
@@ -107,18 +128,27 @@ bool holds_ipv6(const char *ifn, const std::string &addr)
     return false;
 }
 
-std::string apply_port(const char *ifn, const Stored &st)
+Faults apply_port(const char *ifn, const Stored &st)
 {
     if (NET_IntfUp(ifn) != 0)
-        return "the link cannot be set up (no such interface?)";
-    if (st.mtu >= 100 && st.mtu <= 1500 && NET_SetMtu(ifn, st.mtu) != 0)
-        return "MTU " + std::to_string(st.mtu) + " could not be set";
+        return {"the link cannot be set up (no such interface?)"};
+    Faults f;
+    if (usable(&f, "MTU", std::to_string(st.mtu),
+               st.mtu >= 100 && st.mtu <= 1500 ? "" : "is not from 100 to 1500") &&
+        NET_SetMtu(ifn, st.mtu) != 0)
+        f.push_back("MTU " + std::to_string(st.mtu) + " could not be set");
     // The IPv6 address of the manual mode, whatever the IPv4 mode.
-    if (INET_IsIpv6AddrValid(st.address6.c_str()) == 1 && !holds_ipv6(ifn, st.address6) &&
-        NET_AddIpv6Addr(ifn, st.address6.c_str(), st.prefix6) != 0)
-        return "IPv6 address " + st.address6 + "/" + std::to_string(st.prefix6) +
-               " could not be added";
-    return st.dhcp ? "" : apply_static(ifn, st);
+    if (!st.address6.empty() &&
+        usable(&f, "IPv6 address", st.address6,
+               INET_IsIpv6AddrValid(st.address6.c_str()) == 1 ? "" : "is not an IPv6 address") &&
+        usable(&f, "IPv6 prefix", std::to_string(st.prefix6),
+               st.prefix6 >= 1 && st.prefix6 <= 128 ? "" : "is not from 1 to 128") &&
+        !holds_ipv6(ifn, st.address6) && NET_AddIpv6Addr(ifn, st.address6.c_str(), st.prefix6) != 0)
+        f.push_back("IPv6 address " + st.address6 + "/" + std::to_string(st.prefix6) +
+                    " could not be added");
+    if (!st.dhcp)
+        apply_static(ifn, st, &f);
+    return f;
 }
 
 void print_port(const Ctx &c, Json &j, const char *ifn, const Stored &st)
@@ -144,19 +174,21 @@ void print_port(const Ctx &c, Json &j, const char *ifn, const Stored &st)
         printf("%s none (no stored section %s)\n", ifn, NET_GetUciNameByIfName(ifn));
     else if (st.dhcp)
         printf("%s dhcp mtu %d%s%s (address left to the DHCP client)\n", ifn, st.mtu,
-               st.address6.empty() ? "" : " inet6 ", st.address6.c_str());
+               st.address6.empty() ? "" : " inet6 ", guard::escaped(st.address6).c_str());
     else
         printf("%s static %s netmask %s gateway %s mtu %d dns %s %s%s%s\n", ifn,
-               or_dash(st.address.c_str()), or_dash(st.netmask.c_str()),
-               or_dash(st.gateway.c_str()), st.mtu, or_dash(st.dns1.c_str()),
-               or_dash(st.dns2.c_str()), st.address6.empty() ? "" : " inet6 ", st.address6.c_str());
+               or_dash(guard::escaped(st.address).c_str()),
+               or_dash(guard::escaped(st.netmask).c_str()),
+               or_dash(guard::escaped(st.gateway).c_str()), st.mtu,
+               or_dash(guard::escaped(st.dns1).c_str()), or_dash(guard::escaped(st.dns2).c_str()),
+               st.address6.empty() ? "" : " inet6 ", guard::escaped(st.address6).c_str());
 }
 
 int apply(Ctx &c, Args &a)
 {
     std::vector<std::string> ports;
     for (const char *p = a.take(); p != nullptr; p = a.take()) {
-        if (!check_ifname(c, "INTERFACE", p))
+        if (!guard::port(c, "INTERFACE", p))
             return kExitUsage;
         ports.push_back(p);
     }
@@ -173,15 +205,15 @@ int apply(Ctx &c, Args &a)
     {
         Package p("network");
         if (p.get() == nullptr)
-            return fail(c, "package network cannot be loaded from /etc/config");
+            return fail(c, "package network cannot be loaded: %s",
+                        guard::package_trouble("network").c_str());
     }
     int rc = 0;
     Json j;
     j.begin_object().begin_array("ports");
     for (const std::string &port : ports) {
         Stored st = read_stored(port.c_str());
-        std::string err = st.configured ? apply_port(port.c_str(), st) : "";
-        if (!err.empty())
+        for (const std::string &err : st.configured ? apply_port(port.c_str(), st) : Faults())
             rc = fail(c, "INTERFACE '%s': %s", port.c_str(), err.c_str());
         print_port(c, j, port.c_str(), st);
     }

@@ -11,6 +11,7 @@
 
 #include "args.h"
 #include "cli.h"
+#include "guard.h"
 #include "json.h"
 #include "libnetwork.h"
 #include "package.h"
@@ -92,7 +93,7 @@ void print_section(const Ctx &c, Json &j, const char *pkg, struct uci_section *s
 
 int no_package(const Ctx &c, const char *pkg)
 {
-    return fail(c, "PACKAGE '%s' cannot be loaded from /etc/config", pkg);
+    return fail(c, "PACKAGE '%s' cannot be loaded: %s", pkg, guard::package_trouble(pkg).c_str());
 }
 
 int no_section(const Ctx &c, const char *pkg, const char *sec)
@@ -185,11 +186,11 @@ struct uci_section *open_for_change(const Ctx &c, Package &p, const char *pkg, c
     if (s == nullptr && type != nullptr)
         s = NET_CreateAndGetSection(p.get(), type, sec);
     if (s == nullptr)
-        *rc = type != nullptr ? fail(c, "SECTION '%s' could not be created", sec)
-                              : fail(c,
-                                     "SECTION '%s' does not exist in package %s (--type TYPE "
-                                     "creates it)",
-                                     sec, pkg);
+        *rc = type != nullptr
+                  ? fail(c, "SECTION '%s' could not be created", sec)
+                  : fail(c, "SECTION '%s' does not exist in package %s%s", sec, pkg,
+                         c.cmd == "cfg set" || c.cmd == "cfg add-list" ? " (--type TYPE creates it)"
+                                                                       : "");
     return s;
 }
 

@@ -1,6 +1,6 @@
 // Validators: the library's lawfulness checks of addresses, masks, ports, domain and host
-// names, as a device application would judge user input. The answer is the output; the exit
-// status is 0 whenever the check ran, valid or not.
+// names, as a device application would judge user input. The exit status is the answer for
+// scripts (0 valid, 1 not); the output says which check said no.
 #include <string.h>
 
 #include <string>
@@ -31,13 +31,13 @@ int report(const Ctx &c, const char *kind, const char *value, const std::vector<
         for (const Verdict &x : v)
             j.boolean(x.check, x.answer == 1);
         j.end_object().end_object().print();
-        return 0;
+        return valid ? 0 : kExitFail;
     }
     printf("%s '%s': %s (", kind, value, valid ? "valid" : "invalid");
     for (size_t i = 0; i < v.size(); ++i)
         printf("%s%s %s", i ? ", " : "", v[i].check, v[i].answer == 1 ? "yes" : "no");
     printf(")\n");
-    return 0;
+    return valid ? 0 : kExitFail;
 }
 
 const char *one_value(Args &a)

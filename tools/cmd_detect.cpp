@@ -11,6 +11,7 @@
 
 #include "args.h"
 #include "cli.h"
+#include "guard.h"
 #include "json.h"
 #include "libnetwork.h"
 
@@ -299,13 +300,13 @@ int subnet_same(Ctx &c, Args &a)
             .print();
     else
         printf("%s %s in the subnet of %s\n", addr, same ? "lies" : "does not lie", ifn);
-    return 0;
+    return same ? 0 : kExitFail;
 }
 
 int subnet_valid(Ctx &c, Args &a)
 {
     const char *ifn = a.need("INTERFACE"), *addr = a.need("ADDRESS"), *mask = a.need("MASK");
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn))
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn, false))
         return kExitUsage;
     int ok;
     if (is_v6(addr)) {
@@ -331,7 +332,7 @@ int subnet_valid(Ctx &c, Args &a)
         printf("%s/%s for %s: %s\n", addr, mask, ifn,
                ok == 1 ? "acceptable (outside the other port's subnet)"
                        : "refused (inside the other port's subnet)");
-    return 0;
+    return ok == 1 ? 0 : kExitFail;
 }
 
 int subnet_owner(Ctx &c, Args &a)

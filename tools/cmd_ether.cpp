@@ -7,6 +7,7 @@
 
 #include "args.h"
 #include "cli.h"
+#include "guard.h"
 #include "json.h"
 #include "libnetwork.h"
 #include "package.h"
@@ -62,15 +63,19 @@ bool read_record(const Ctx &c, const char *ifn, NetEtherCfg *e)
     memset(e, 0, sizeof *e);
     if (NET_GetEtherCfg(ifn, e) == 0)
         return true;
-    fail(c, "INTERFACE '%s' has no stored section %s in package network", ifn,
-         NET_GetUciNameByIfName(ifn));
+    std::string why = guard::package_trouble("network");
+    if (!why.empty())
+        fail(c, "INTERFACE '%s': package network cannot be loaded: %s", ifn, why.c_str());
+    else
+        fail(c, "INTERFACE '%s' has no stored section %s in package network", ifn,
+             NET_GetUciNameByIfName(ifn));
     return false;
 }
 
 int show(Ctx &c, Args &a)
 {
     const char *ifn = a.need("INTERFACE");
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn))
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn))
         return kExitUsage;
     NetEtherCfg e;
     if (!read_record(c, ifn, &e))
@@ -99,7 +104,7 @@ bool mode_value(const Ctx &c, const char *key, const char *value, const char *co
             return true;
         }
     long n = 0;
-    if (!parse_long(c, key, value, -1000000, 1000000, &n))
+    if (!parse_long(c, key, value, 0, names[2] != nullptr ? 2 : 1, &n))
         return false;
     *out = static_cast<int32_t>(n);
     return true;
@@ -142,17 +147,17 @@ bool apply_pair(const Ctx &c, const char *pair, NetEtherCfg *e)
         return true;
     }
     if (key == "prefix6") {
-        if (!parse_long(c, k, v, 0, 128, &n))
+        if (!parse_long(c, k, v, 1, 128, &n))
             return false;
         e->iIpv6PrefixLen = static_cast<int32_t>(n);
         return true;
     }
     if (key == "addr")
-        return empty_or(check_ipv4, c, k, v) && copy_text(c, k, v, e->szIpv4Addr, 16);
+        return empty_or(guard::address, c, k, v) && copy_text(c, k, v, e->szIpv4Addr, 16);
     if (key == "mask")
-        return empty_or(check_mask, c, k, v) && copy_text(c, k, v, e->szIpv4Mask, 16);
+        return empty_or(guard::mask, c, k, v) && copy_text(c, k, v, e->szIpv4Mask, 16);
     if (key == "gateway")
-        return empty_or(check_ipv4, c, k, v) && copy_text(c, k, v, e->szIpv4Gateway, 16);
+        return empty_or(guard::address, c, k, v) && copy_text(c, k, v, e->szIpv4Gateway, 16);
     if (key == "dns1")
         return empty_or(check_ipv4, c, k, v) && copy_text(c, k, v, e->szDns1, 16);
     if (key == "dns2")
@@ -165,6 +170,34 @@ bool apply_pair(const Ctx &c, const char *pair, NetEtherCfg *e)
             "is not one of cardtype, ipv4mode, addr, mask, gateway, mtu, "
             "ipv6mode, addr6, prefix6, gateway6, dns1, dns2");
     return false;
+}
+
+// The stored options a KEY=VALUE of "ether set" may change.
+void owned_options(const char *pair, std::vector<std::string> *keep)
+{
+    static const struct {
+        const char *key;
+        const char *options[6];
+    } kOwned[] = {
+        {"cardtype", {"cardtype"}},
+        {"ipv4mode", {"ipv4dhcp", "proto", "ipaddr", "netmask", "gateway", "dns"}},
+        {"ipv6mode", {"ipv6dhcp", "proto", "ip6addr", "ip6gw"}},
+        {"addr", {"ipaddr"}},
+        {"mask", {"netmask"}},
+        {"gateway", {"gateway"}},
+        {"mtu", {"mtu"}},
+        {"addr6", {"ip6addr"}},
+        {"prefix6", {"ip6addr"}},
+        {"gateway6", {"ip6gw"}},
+        {"dns1", {"dns"}},
+        {"dns2", {"dns"}},
+    };
+    std::string key(pair, strcspn(pair, "="));
+    for (const auto &o : kOwned)
+        if (key == o.key)
+            for (const char *opt : o.options)
+                if (opt != nullptr)
+                    keep->push_back(opt);
 }
 
 const char *refusal(int rc)
@@ -183,13 +216,32 @@ const char *refusal(int rc)
     }
 }
 
+// Writes the record whole, then puts back every option of the section that `keep` does not
+// name, so that only the fields given change. 0, the library's refusal, or -1 with *why.
+int store_fields(const char *ifn, const NetEtherCfg &e, const std::vector<std::string> &keep,
+                 std::string *why)
+{
+    const char *sec = NET_GetUciNameByIfName(ifn);
+    std::vector<guard::OptionCopy> before = guard::section_options("network", sec);
+    int rc = NET_SetEtherCfg(ifn, &e);
+    if (rc != 0) {
+        if (refusal(rc) == nullptr)
+            *why = "the record could not be stored: " + guard::store_failure("network");
+        return rc;
+    }
+    if (guard::restore_options("network", sec, before, keep, why))
+        return 0;
+    *why = "the record was stored, but the fields not given changed too: " + *why;
+    return -1;
+}
+
 int set(Ctx &c, Args &a)
 {
     const char *ifn = a.need("INTERFACE");
     std::vector<const char *> pairs;
     for (const char *p = a.take(); p != nullptr; p = a.take())
         pairs.push_back(p);
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn))
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn))
         return kExitUsage;
     if (pairs.empty()) {
         fprintf(stderr, "netlibctl %s: missing KEY=VALUE\n", c.cmd.c_str());
@@ -198,15 +250,20 @@ int set(Ctx &c, Args &a)
     NetEtherCfg e;
     if (!read_record(c, ifn, &e))
         return kExitFail;
-    for (const char *p : pairs)
+    std::vector<std::string> keep;
+    for (const char *p : pairs) {
         if (!apply_pair(c, p, &e))
             return kExitUsage;
-    int rc = NET_SetEtherCfg(ifn, &e);
-    if (rc != 0) {
-        const char *why = refusal(rc);
-        return why ? fail(c, "INTERFACE '%s' refused (%d): %s", ifn, rc, why)
-                   : fail(c, "INTERFACE '%s': the record could not be stored", ifn);
+        owned_options(p, &keep);
     }
+    if (e.szIpv4Addr[0] != '\0' && e.szIpv4Mask[0] != '\0' &&
+        !guard::host(c, "addr", e.szIpv4Addr, e.szIpv4Mask))
+        return kExitUsage;
+    std::string why;
+    int rc = store_fields(ifn, e, keep, &why);
+    if (rc != 0)
+        return refusal(rc) ? fail(c, "INTERFACE '%s' refused (%d): %s", ifn, rc, refusal(rc))
+                           : fail(c, "INTERFACE '%s': %s", ifn, why.c_str());
     NetEtherCfg back;
     if (!read_record(c, ifn, &back))
         return kExitFail;
@@ -231,15 +288,18 @@ int stored(const Ctx &c, const char *ifn, const char *what, const char *value)
 
 int store_fail(const Ctx &c, const char *ifn, const char *what)
 {
-    return fail(c, "INTERFACE '%s': %s could not be stored (is there a section %s?)", ifn, what,
-                NET_GetUciNameByIfName(ifn));
+    std::string why = guard::store_failure("network");
+    Package p("network");
+    if (p.get() != nullptr && NET_GetSection(p.get(), NET_GetUciNameByIfName(ifn)) == nullptr)
+        why = std::string("package network has no section ") + NET_GetUciNameByIfName(ifn);
+    return fail(c, "INTERFACE '%s': %s could not be stored: %s", ifn, what, why.c_str());
 }
 
 int addr(Ctx &c, Args &a)
 {
     const char *ifn = a.need("INTERFACE"), *ad = a.need("ADDRESS"), *mask = a.need("NETMASK");
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn) || !check_ipv4(c, "ADDRESS", ad) ||
-        !check_mask(c, "NETMASK", mask))
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn) || !guard::address(c, "ADDRESS", ad) ||
+        !guard::mask(c, "NETMASK", mask) || !guard::host(c, "ADDRESS", ad, mask))
         return kExitUsage;
     if (NET_SetIpv4AddrCfg(ifn, ad, mask) != 0)
         return store_fail(c, ifn, "the address");
@@ -251,8 +311,8 @@ int addr6(Ctx &c, Args &a)
 {
     const char *ifn = a.need("INTERFACE"), *ad = a.need("ADDRESS"), *text = a.need("PREFIX");
     long prefix = 0;
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn) || !check_ipv6(c, "ADDRESS", ad) ||
-        !parse_long(c, "PREFIX", text, 0, 128, &prefix))
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn) || !check_ipv6(c, "ADDRESS", ad) ||
+        !parse_long(c, "PREFIX", text, 1, 128, &prefix))
         return kExitUsage;
     if (NET_SetIpv6AddrCfg(ifn, ad, static_cast<int>(prefix)) != 0)
         return store_fail(c, ifn, "the IPv6 address");
@@ -264,8 +324,7 @@ int mtu(Ctx &c, Args &a)
 {
     const char *ifn = a.need("INTERFACE"), *text = a.need("MTU");
     long n = 0;
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn) ||
-        !parse_long(c, "MTU", text, 100, 1500, &n))
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn) || !parse_long(c, "MTU", text, 100, 1500, &n))
         return kExitUsage;
     if (NET_SetMtuCfg(ifn, static_cast<int>(n)) != 0)
         return store_fail(c, ifn, "the MTU");
@@ -275,14 +334,14 @@ int mtu(Ctx &c, Args &a)
 int gateway(Ctx &c, Args &a)
 {
     const char *ifn = a.need("INTERFACE"), *gw = a.need("GATEWAY");
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn))
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn))
         return kExitUsage;
     if (strcmp(gw, "none") == 0) {
         if (NET_DelGatewayCfg(ifn) != 0)
             return fail(c, "INTERFACE '%s' has no stored gateway", ifn);
         return stored(c, ifn, "gateway", nullptr);
     }
-    if (!check_ipv4(c, "GATEWAY", gw))
+    if (!guard::address(c, "GATEWAY", gw))
         return kExitUsage;
     if (NET_SetGatewayCfg(ifn, gw) != 0)
         return store_fail(c, ifn, "the gateway");
@@ -293,14 +352,15 @@ int dns_change(Ctx &c, Args &a, bool add)
 {
     const char *ifn = a.need("INTERFACE"), *master = a.need("MASTER");
     const char *slave = a.take();
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn) || !check_ipv4(c, "MASTER", master) ||
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn) || !check_ipv4(c, "MASTER", master) ||
         (slave != nullptr && !check_ipv4(c, "SLAVE", slave)))
         return kExitUsage;
     int rc = add ? NET_SetDnsCfg(ifn, master, slave) : NET_DelDnsCfg(ifn, master, slave);
+    if (rc != 0 && (add || guard::pending("network")))
+        return store_fail(c, ifn, "the servers");
     if (rc != 0)
-        return add ? store_fail(c, ifn, "the servers")
-                   : fail(c, "MASTER '%s'%s%s is not in the stored dns list of %s", master,
-                          slave ? " or SLAVE " : "", slave ? slave : "", ifn);
+        return fail(c, "MASTER '%s'%s%s is not in the stored dns list of %s", master,
+                    slave ? " or SLAVE " : "", slave ? slave : "", ifn);
     std::string v = std::string(master) + (slave ? std::string(" ") + slave : "");
     if (c.json)
         Json()
@@ -328,13 +388,14 @@ int dns_del(Ctx &c, Args &a)
 int route_change(Ctx &c, Args &a, bool add)
 {
     const char *ifn = a.need("INTERFACE"), *dest = a.need("DESTINATION"), *mask = a.need("NETMASK");
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn) || !check_ipv4(c, "DESTINATION", dest) ||
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn) || !check_ipv4(c, "DESTINATION", dest) ||
         !check_mask(c, "NETMASK", mask))
         return kExitUsage;
     int rc = add ? NET_SetRouteCfg(ifn, dest, mask) : NET_DelRouteCfg(ifn, dest, mask);
+    if (rc != 0 && (add || guard::pending("network")))
+        return store_fail(c, ifn, "the route");
     if (rc != 0)
-        return add ? store_fail(c, ifn, "the route")
-                   : fail(c, "DESTINATION '%s' has no stored route on %s", dest, ifn);
+        return fail(c, "DESTINATION '%s' has no stored route on %s", dest, ifn);
     std::string v = std::string(dest) + "/" + mask;
     if (c.json)
         Json()
@@ -372,10 +433,17 @@ std::string stored_proto(const char *ifn)
     return proto;
 }
 
+// DHCP as the network script reads the stored mode (see "apply").
+bool stored_dhcp(const char *ifn)
+{
+    std::string proto = stored_proto(ifn);
+    return proto == "dhcp" || (proto != "static" && NET_IsDhcpMode(ifn) == 1);
+}
+
 int dhcp_show(Ctx &c, Args &a)
 {
     const char *ifn = a.need("INTERFACE");
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn))
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn))
         return kExitUsage;
     bool v4 = NET_IsDhcpMode(ifn) == 1, v6 = NET_IsDhcpv6Mode(ifn) == 1;
     std::string proto = stored_proto(ifn);
@@ -397,10 +465,27 @@ int dhcp_show(Ctx &c, Args &a)
 int dhcp_switch(Ctx &c, Args &a, bool on)
 {
     const char *ifn = a.need("INTERFACE");
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn))
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn))
         return kExitUsage;
+    bool was = stored_dhcp(ifn);
     if ((on ? NET_EnableDhcp(ifn) : NET_DisableDhcp(ifn)) != 0)
         return store_fail(c, ifn, "the mode");
+    // "proto" can say DHCP while the mode number says static (the switch then sees nothing
+    // to do): the record, written with a static mode, sets both.
+    NetEtherCfg e;
+    if (!on && stored_dhcp(ifn) && read_record(c, ifn, &e)) {
+        e.iIpv4Mode = 0;
+        std::string why;
+        int rc = store_fields(ifn, e, {"ipv4dhcp", "proto"}, &why);
+        if (rc != 0)
+            return fail(c, "INTERFACE '%s': DHCP stays on: %s", ifn,
+                        refusal(rc) ? refusal(rc) : why.c_str());
+    }
+    if (stored_dhcp(ifn) != on)
+        return fail(
+            c, "INTERFACE '%s': DHCP stays %s: proto is %s (ether set %s ipv4mode=%s writes both)",
+            ifn, on ? "off" : "on", or_dash(stored_proto(ifn).c_str()), ifn,
+            on ? "dhcp" : "static");
     std::string proto = stored_proto(ifn);
     if (c.json)
         Json()
@@ -410,6 +495,9 @@ int dhcp_switch(Ctx &c, Args &a, bool on)
             .str("proto", proto.c_str())
             .end_object()
             .print();
+    else if (was == on)
+        printf("%s: DHCP already %s (proto %s); nothing changed\n", ifn, on ? "on" : "off",
+               or_dash(proto.c_str()));
     else
         printf("%s: DHCP %s stored (proto %s); it takes effect at the next network restart\n", ifn,
                on ? "on" : "off", or_dash(proto.c_str()));
@@ -428,7 +516,7 @@ int dhcp_off(Ctx &c, Args &a)
 const Command kCommands[] = {
     {"ether show", "INTERFACE", "the stored record of an interface (NetEtherCfg)",
      "In the automatic modes the addresses come from the live interface.", show},
-    {"ether set", "INTERFACE KEY=VALUE...", "change fields of the record and store it whole",
+    {"ether set", "INTERFACE KEY=VALUE...", "change fields of the stored record, only those",
      "Keys: cardtype, ipv4mode (static|dhcp|N), addr, mask, gateway, mtu, ipv6mode\n"
      "(dhcpv6|static|ra|N), addr6, prefix6, gateway6, dns1, dns2. On a two-port device an\n"
      "address the other port holds, or one in its subnet, is refused.",

@@ -4,6 +4,7 @@
 
 #include "args.h"
 #include "cli.h"
+#include "guard.h"
 #include "json.h"
 #include "libnetwork.h"
 #include "speed.h"
@@ -147,7 +148,7 @@ int link_show(Ctx &c, Args &a)
 int link_updown(Ctx &c, Args &a, bool up)
 {
     const char *ifn = a.need("INTERFACE");
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn))
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn, false))
         return kExitUsage;
     int rc = up ? NET_IntfUp(ifn) : NET_IntfDown(ifn);
     if (rc != 0)
@@ -173,7 +174,7 @@ int link_mtu(Ctx &c, Args &a)
     const char *ifn = a.need("INTERFACE");
     const char *text = a.need("MTU");
     long mtu = 0;
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn) ||
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn, false) ||
         !parse_long(c, "MTU", text, 100, 1500, &mtu))
         return kExitUsage;
     if (NET_SetMtu(ifn, static_cast<int>(mtu)) != 0)
@@ -189,7 +190,7 @@ int link_speed(Ctx &c, Args &a)
 {
     const char *ifn = a.need("INTERFACE");
     const char *text = a.need("MODE");
-    if (!a.end() || !check_ifname(c, "INTERFACE", ifn))
+    if (!a.end() || !guard::port(c, "INTERFACE", ifn, false))
         return kExitUsage;
     NetSpeedDuplexMode mode;
     if (!speed_parse(text, &mode))

@@ -7,6 +7,7 @@
 #include "args.h"
 #include "cli.h"
 #include "fields.h"
+#include "guard.h"
 #include "json.h"
 #include "layout.h"
 #include "libnetwork.h"
@@ -131,8 +132,11 @@ int convert(Ctx &c, Args &a)
         return kExitUsage;
     std::string v1, v2;
     std::string before = stored_layout(&v1);
+    std::string why = before == "none" ? guard::package_trouble("network") : "";
     int rc = NET_ConvertConfig();
     std::string after = stored_layout(&v2);
+    if (rc != 0 && before == "none")
+        return fail(c, "nothing to convert: package network cannot be loaded: %s", why.c_str());
     if (rc != 0)
         return fail(c, "the conversion of the %s layout failed (package now: %s layout)",
                     before.c_str(), after.c_str());

@@ -5,6 +5,7 @@
 #include "args.h"
 #include "cli.h"
 #include "fields.h"
+#include "guard.h"
 #include "json.h"
 #include "libnetwork.h"
 
@@ -104,13 +105,21 @@ const Record kDdns = {"DDNS account",     "\"ddns\"", kDdnsFields, count(kDdnsFi
 const Record kPppoe = {"PPPoE account",     "\"pppoe\"", kPppoeFields, count(kPppoeFields),
                        sizeof(NetPppoeCfg), get_pppoe,   set_pppoe};
 
+int missing(const Ctx &c, const Record &r)
+{
+    std::string why = guard::package_trouble("network");
+    if (!why.empty())
+        return fail(c, "package network cannot be loaded: %s", why.c_str());
+    return fail(c, "the stored section %s is missing from package network", r.section);
+}
+
 int show_record(Ctx &c, Args &a, const Record &r)
 {
     if (!a.end())
         return kExitUsage;
     std::vector<unsigned char> rec(r.size, 0);
     if (r.get(rec.data()) != 0)
-        return fail(c, "the stored section %s is missing from package network", r.section);
+        return missing(c, r);
     print_record(c, r.title, r.fields, r.count, rec.data());
     return 0;
 }
@@ -126,11 +135,18 @@ int set_record(Ctx &c, Args &a, const Record &r)
     }
     std::vector<unsigned char> rec(r.size, 0);
     if (r.get(rec.data()) != 0)
-        return fail(c, "the stored section %s is missing from package network", r.section);
+        return missing(c, r);
+    for (const char *p : pairs)
+        for (int i = 0; i < r.count; ++i)
+            if (r.fields[i].kind == Kind::Port &&
+                std::string(p, strcspn(p, "=")) == r.fields[i].key &&
+                !guard::service_port(c, r.fields[i].key, p + strcspn(p, "=") + 1))
+                return kExitUsage;
     if (!apply_fields(c, r.fields, r.count, pairs, rec.data()))
         return kExitUsage;
     if (r.set(rec.data()) != 0)
-        return fail(c, "the record could not be stored");
+        return fail(c, "the record could not be stored: %s",
+                    guard::store_failure("network").c_str());
     // Read back: what the store kept, which is not always all that was given.
     std::vector<unsigned char> back(r.size, 0);
     if (r.get(back.data()) != 0)
@@ -181,10 +197,11 @@ int defcard_show(Ctx &c, Args &a)
 int defcard_set(Ctx &c, Args &a)
 {
     const char *name = a.need("INTERFACE");
-    if (!a.end() || !check_ifname(c, "INTERFACE", name))
+    if (!a.end() || !guard::port(c, "INTERFACE", name, false))
         return kExitUsage;
     if (NET_SetDefNetCard(name) != 0)
-        return fail(c, "INTERFACE '%s' could not be stored as the default card", name);
+        return fail(c, "INTERFACE '%s' could not be stored as the default card: %s", name,
+                    guard::store_failure("network").c_str());
     if (c.json)
         Json().begin_object().str("defcard", name).end_object().print();
     else

@@ -212,7 +212,9 @@ TEST(Cli, JsonIsOneObjectAndSecretsStayHidden)
     for (size_t a = 0, b; (b = json.find(';', a)) != std::string::npos; a = b + 1) {
         const std::string c = json.substr(a, b - a);
         Outcome r = ctl("--json " + c), plain = ctl(c);
-        EXPECT_EQ(0, r.status) << c << ": " << r.err;
+        // A validator's "no" is status 1; its JSON still says why.
+        bool answers = c.rfind("check", 0) == 0 || c.rfind("subnet", 0) == 0;
+        EXPECT_TRUE(r.status == 0 || (answers && r.status == 1)) << c << ": " << r.err;
         EXPECT_TRUE(one_json_object(r.out)) << c << ": " << r.out;
         for (const std::string &out : {r.out, plain.out}) {
             EXPECT_EQ(std::string::npos, out.find("hunter2")) << c;
