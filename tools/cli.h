@@ -11,6 +11,7 @@ class Args;
 struct Ctx {
     bool json = false;
     bool secrets = false; // print passwords as stored
+    bool brief = false;   // one line per interface, for the show commands that list them
     std::string cmd;      // "addr set": the prefix of every error line
 };
 
