@@ -931,8 +931,9 @@ NET_API int NET_GetEtherCfg(const char *pcIfName, NetEtherCfg *pstEtherCfg);
 NET_API int NET_IsIpv4SubnetValid(const char *pcIfName, const char *pcIpv4Addr,
                                   const char *pcIpv4Mask);
 /* 1 when the address stands apart from at least one of the other port's live IPv6 addresses
- * (each compared over the shorter of the two prefixes), when the other port has none, or on
- * a one-port device, where the address is not even parsed; 0 when it overlaps every one.
+ * (they differ within the shorter prefix, or the address with the longer prefix has a bit
+ * set between the two lengths), when the other port has none, or on a one-port device,
+ * where the address is not even parsed; 0 when it overlaps every one.
  * iPrefix 0 to 127 is accepted, and -7 to -1, which act as 0; 128 and above or below -7
  * give 0, and so do a null argument, an address that does not convert and a name that is
  * neither port (there is no other port's list to read). */
