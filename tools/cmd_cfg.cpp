@@ -217,7 +217,7 @@ int get(Ctx &c, Args &a)
     if (!a.option("--package", &pkgOpt))
         return kExitUsage;
     Target t;
-    if (!read_target(c, a, pkgOpt, Want::Needed, Want::None, &t) || !a.end())
+    if (!read_target(c, a, pkgOpt, Want::Optional, Want::None, &t) || !a.end())
         return kExitUsage;
     const char *pkg = t.pkg.c_str(), *sec = t.sec.c_str(), *opt = t.opt.c_str();
     Package p(pkg);
