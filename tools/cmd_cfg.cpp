@@ -2,7 +2,9 @@
 // sections, read and changed through the library's access layer. Listing a package walks
 // libuci's own records behind the handle the library returns, since the layer has no
 // enumeration of its own.
+#include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include <uci.h>
 
@@ -449,11 +451,34 @@ class Uci
     Uci(const Uci &) = delete;
     Uci &operator=(const Uci &) = delete;
     struct uci_context *get() const { return c_; }
-    // The package with its pending changes replayed, or null.
+    // The package with its pending changes replayed (as loaded already, if it was), or null.
     struct uci_package *load(const char *name)
     {
-        struct uci_package *p = nullptr;
-        return c_ != nullptr && uci_load(c_, name, &p) == 0 ? p : nullptr;
+        struct uci_package *p = c_ != nullptr ? uci_lookup_package(c_, name) : nullptr;
+        if (p == nullptr && c_ != nullptr && uci_load(c_, name, &p) != 0)
+            p = nullptr;
+        return p;
+    }
+    // Whether changes of the package wait in the save directory.
+    bool pending(const std::string &name) const
+    {
+        struct stat st;
+        std::string path = std::string(c_->savedir) + "/" + name;
+        return stat(path.c_str(), &st) == 0 && st.st_size > 0;
+    }
+    // Commits the package named, or every package with pending changes, naming each in *done;
+    // an error text, or "".
+    std::string commit(const char *only, std::vector<std::string> *done)
+    {
+        for (const std::string &name : packages(only)) {
+            if (only == nullptr && !pending(name))
+                continue;
+            struct uci_package *p = load(name.c_str());
+            if (p == nullptr || uci_commit(c_, &p, false) != 0)
+                return "PACKAGE '" + name + "' could not be saved";
+            done->push_back(name);
+        }
+        return "";
     }
     // The packages of /etc/config, or the one named.
     std::vector<std::string> packages(const char *only)
@@ -553,16 +578,16 @@ int commit_cmd(Ctx &c, Args &a)
     if (!a.end())
         return kExitUsage;
     Uci u;
+    if (u.get() == nullptr)
+        return fail(c, "libuci could not start");
+    std::vector<std::string> done;
+    std::string err = u.commit(only, &done);
+    if (!err.empty())
+        return fail(c, "%s", err.c_str());
     Json j;
     j.begin_object().begin_array("committed");
-    for (const std::string &name : u.packages(only)) {
-        struct uci_package *p = u.load(name.c_str());
-        if (p == nullptr)
-            return no_package(c, name.c_str());
-        if (uci_commit(u.get(), &p, false) != 0)
-            return fail(c, "PACKAGE '%s' could not be saved", name.c_str());
+    for (const std::string &name : done)
         j.str(nullptr, name);
-    }
     if (c.json)
         j.end_array().end_object().print();
     return 0;
@@ -629,12 +654,8 @@ std::string batch_line(Uci &u, const std::vector<std::string> &w)
 {
     const std::string &verb = w[0];
     if (verb == "commit" && w.size() <= 2) {
-        for (const std::string &name : u.packages(w.size() == 2 ? w[1].c_str() : nullptr)) {
-            struct uci_package *p = u.load(name.c_str());
-            if (p == nullptr || uci_commit(u.get(), &p, false) != 0)
-                return "PACKAGE '" + name + "' could not be saved";
-        }
-        return "";
+        std::vector<std::string> done;
+        return u.commit(w.size() == 2 ? w[1].c_str() : nullptr, &done);
     }
     if (w.size() != 2)
         return "'" + verb + "' takes one PATH";
