@@ -105,6 +105,7 @@ TEST(CliHabits, LinesAsUsersOfIpAndUciTypeThem)
         {"netlibctl cfg changes", "", 0, "network.lan1.mtu='1400'\n|network.lan1.dns='9.9.9.9'\n-network.lan2.mtu\n"},
         {"netlibctl cfg revert network.lan2 && netlibctl cfg changes", "", 0, "network.lan1.mtu='1400'\n|network.lan1.dns='9.9.9.9'\n"},
         {"netlibctl cfg commit && netlibctl cfg changes && grep -c 1400 /etc/config/network && netlibctl cfg get lan2 mtu", "", 0, "1\n1500\n"},
+        {"printf '# mine\\nconfig a b\\n' >/etc/config/hand && netlibctl cfg batch && netlibctl cfg changes && grep -c 1300 /etc/config/network && head -1 /etc/config/hand", "set network.lan2.mtu=1300\ncommit\n", 0, "1\n# mine\n"},
         {"netlibctl cfg batch", "set network.lan1.x='unterminated\n", 1, "line 1: unterminated quote"},
         {"netlibctl cfg batch", "frob network.lan1\n", 1, "line 1: 'frob' is not set"},
         // The log stand-in: a target or level it cannot use is said once, and the log goes on.
