@@ -104,7 +104,7 @@ void usage(FILE *out)
 
 void leaf_help(const Command &c)
 {
-    printf("usage: netlibctl [--json] %s%s%s\n%s\n", c.name, c.args[0] ? " " : "", c.args,
+    printf("usage: netlibctl [OPTIONS] %s%s%s\n%s\n", c.name, c.args[0] ? " " : "", c.args,
            c.summary);
     if (c.details != nullptr)
         printf("\n%s\n", c.details);
@@ -194,6 +194,8 @@ std::string resolve(const std::string &typed, const std::vector<std::string> &wo
                     std::vector<std::string> *candidates)
 {
     candidates->clear();
+    if (typed.empty())
+        return "";
     for (const std::string &w : words) {
         if (w == typed)
             return w;
