@@ -2,6 +2,7 @@
 // re-read on every call, so one test process can play several kinds of device.
 #include "companion.h"
 
+#include <errno.h>
 #include <pthread.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -42,10 +43,48 @@ int cap_names(char names[kMaxIfs][16])
     return n;
 }
 
+// Says once on stderr that a log setting was not understood, and again only when it changes
+// to another such value. Called with g_sinkLock held.
+void warn_once(char (&last)[128], const char *value, const char *what)
+{
+    if (strncmp(last, value, sizeof last - 1) == 0)
+        return;
+    snprintf(last, sizeof last, "%s", value);
+    fprintf(stderr, "companion: %s\n", what);
+}
+
+char g_badLevel[128];
+char g_badTarget[128];
+
+constexpr int kDefaultLevel = 6;
+
 int log_threshold()
 {
     const char *env = getenv("NETLIB_LOG_LEVEL");
-    return env != nullptr && *env != '\0' ? atoi(env) : 6;
+    if (env == nullptr || *env == '\0')
+        return kDefaultLevel;
+    char *end = nullptr;
+    long v = strtol(env, &end, 10);
+    if (*end == '\0')
+        return static_cast<int>(v);
+    char what[256];
+    snprintf(what, sizeof what, "NETLIB_LOG_LEVEL '%s' is not a number; using level %d", env,
+             kDefaultLevel);
+    pthread_mutex_lock(&g_sinkLock);
+    warn_once(g_badLevel, env, what);
+    pthread_mutex_unlock(&g_sinkLock);
+    return kDefaultLevel;
+}
+
+// Standard error instead of a target that cannot take the line, said once.
+void fall_back(const char *target, const char *why, const char *line)
+{
+    char what[512];
+    snprintf(what, sizeof what, "NETLIB_LOG '%s' %s; logging to stderr", target, why);
+    pthread_mutex_lock(&g_sinkLock);
+    warn_once(g_badTarget, target, what);
+    pthread_mutex_unlock(&g_sinkLock);
+    fprintf(stderr, "%s\n", line);
 }
 
 void write_configured(int level, const char *line)
@@ -59,10 +98,16 @@ void write_configured(int level, const char *line)
         syslog(level < 0 ? LOG_ERR : (level > 7 ? LOG_DEBUG : level), "%s", line);
     } else if (strncmp(target, "file:", 5) == 0) {
         FILE *f = fopen(target + 5, "ae");
-        if (f != nullptr) {
-            fprintf(f, "<%d> %s\n", level, line);
-            fclose(f);
+        if (f == nullptr) {
+            char why[160];
+            snprintf(why, sizeof why, "cannot be written (%s)", strerror(errno));
+            fall_back(target, why, line);
+            return;
         }
+        fprintf(f, "<%d> %s\n", level, line);
+        fclose(f);
+    } else if (strcmp(target, "none") != 0) {
+        fall_back(target, "is not stderr, syslog, file:PATH or none", line);
     }
 }
 

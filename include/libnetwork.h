@@ -930,8 +930,13 @@ NET_API int NET_GetEtherCfg(const char *pcIfName, NetEtherCfg *pstEtherCfg);
  * interface), 0 when it is or on a bad argument. */
 NET_API int NET_IsIpv4SubnetValid(const char *pcIfName, const char *pcIpv4Addr,
                                   const char *pcIpv4Mask);
-/* 1 when the address differs from one of the other interface's live IPv6 prefixes (prefix
- * lengths 0 to 127), 0 when it overlaps all of them, on a bad argument or a failed list. */
+/* 1 when the address stands apart from at least one of the other port's live IPv6 addresses
+ * (they differ within the shorter prefix, or the address with the longer prefix has a bit
+ * set between the two lengths), when the other port has none, or on a one-port device,
+ * where the address is not even parsed; 0 when it overlaps every one.
+ * iPrefix 0 to 127 is accepted, and -7 to -1, which act as 0; 128 and above or below -7
+ * give 0, and so do a null argument, an address that does not convert and a name that is
+ * neither port (there is no other port's list to read). */
 NET_API int NET_IsIpv6SubnetValid(const char *pcIfName, const char *pcIpv6Addr, int iPrefix);
 /* 1 when the address lies in the interface's live IPv4 subnet, 0 otherwise or on failure. */
 NET_API int NET_IsIpv4SameSubnet(const char *pcIfName, const char *pcIpv4Addr);

@@ -98,6 +98,14 @@ const char *Args::need(const char *argName)
     return p;
 }
 
+int Args::remaining() const
+{
+    int n = 0;
+    for (const Item &it : items_)
+        n += !it.used && !it.option;
+    return n;
+}
+
 bool Args::end()
 {
     if (!ok_)

@@ -26,6 +26,8 @@ class Args
     // True when every argument was used and nothing went wrong; else reports what is left.
     bool end();
     bool ok() const { return ok_; }
+    // Positional arguments not read yet.
+    int remaining() const;
 
   private:
     struct Item {

@@ -8,6 +8,11 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <string>
+#include <vector>
+
+#include "args.h"
+#include "json.h"
 #include "libnetwork.h"
 
 int fail(const Ctx &c, const char *fmt, ...)
@@ -85,6 +90,42 @@ bool parse_long(const Ctx &c, const char *arg, const char *value, long lo, long 
     }
     *out = v;
     return true;
+}
+
+int show_list(const Ctx &c, Args &a, ShowOne one)
+{
+    std::vector<std::string> names;
+    for (const char *n = a.take(); n != nullptr; n = a.take())
+        names.push_back(n);
+    if (!a.end())
+        return kExitUsage;
+    for (const std::string &n : names)
+        if (!check_ifname(c, "INTERFACE", n.c_str()))
+            return kExitUsage;
+    if (names.empty()) {
+        static NetIfInfo info[32];
+        int n = NET_GetInterfaces(info, 32);
+        for (int i = 0; i < n; ++i)
+            names.push_back(info[i].szIfName);
+    }
+    Json j;
+    j.begin_object().begin_array("interfaces");
+    int rc = 0;
+    for (const std::string &n : names)
+        if (!one(c, j, n.c_str()))
+            rc = fail(c, "INTERFACE '%s' does not exist", n.c_str());
+    j.end_array().end_object();
+    if (c.json)
+        j.print();
+    return rc;
+}
+
+const char *link_state(const char *ifn)
+{
+    int linked = 0;
+    if (NET_GetPortLinkStatus(ifn, &linked) != 0)
+        return "UNKNOWN";
+    return linked == 1 ? "UP" : "DOWN";
 }
 
 const char *secret(const Ctx &c, const char *value)

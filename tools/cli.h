@@ -11,6 +11,7 @@ class Args;
 struct Ctx {
     bool json = false;
     bool secrets = false; // print passwords as stored
+    bool brief = false;   // one line per interface, for the show commands that list them
     std::string cmd;      // "addr set": the prefix of every error line
 };
 
@@ -58,6 +59,16 @@ bool check_ipv4(const Ctx &c, const char *arg, const char *value);
 bool check_ipv6(const Ctx &c, const char *arg, const char *value);
 bool check_mask(const Ctx &c, const char *arg, const char *value);
 bool parse_long(const Ctx &c, const char *arg, const char *value, long lo, long hi, long *out);
+
+class Json;
+// One interface of a show command's list: a member object of the JSON array, a --brief line
+// or its usual lines; false when there is no such interface.
+using ShowOne = bool (*)(const Ctx &c, Json &j, const char *ifn);
+// The list form of addr show, addr6 show and link show: the interfaces named, or every one
+// the kernel lists; {"interfaces":[...]} in JSON.
+int show_list(const Ctx &c, Args &a, ShowOne one);
+// "UP", "DOWN" (no carrier or set down) or "UNKNOWN", for --brief lines.
+const char *link_state(const char *ifn);
 
 // Text of a password as shown: itself with --show-secrets, else stars (or "" when empty).
 const char *secret(const Ctx &c, const char *value);

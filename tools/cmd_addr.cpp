@@ -39,8 +39,43 @@ const char *other_port(const char *ifn)
     return nullptr;
 }
 
+// Prefix length of a dotted netmask, for "ADDRESS/LEN".
+int mask_len(const char *mask)
+{
+    uint32_t m = 0;
+    return INET_Ipv4StrToNum(mask, &m) == 0 ? __builtin_popcount(m) : 0;
+}
+
+bool addr_one(const Ctx &c, Json &j, const char *ifn)
+{
+    if (!exists(ifn))
+        return false;
+    char addr[16] = {0}, mask[16] = {0}, gw[16] = {0};
+    bool haveAddr = NET_GetIpv4Addr(ifn, addr, sizeof addr) == 0;
+    bool haveMask = haveAddr && NET_GetIpv4Mask(ifn, mask, sizeof mask) == 0;
+    NET_GetIpv4Gateway(ifn, gw, sizeof gw);
+    if (c.json)
+        j.begin_object()
+            .str("interface", ifn)
+            .str("address", haveAddr ? addr : nullptr)
+            .str("netmask", haveMask ? mask : nullptr)
+            .str("gateway", gw)
+            .end_object();
+    else if (c.brief && haveAddr)
+        printf("%-16s %-8s %s/%d\n", ifn, link_state(ifn), addr, mask_len(mask));
+    else if (c.brief)
+        printf("%-16s %s\n", ifn, link_state(ifn));
+    else if (!haveAddr)
+        printf("%s: no IPv4 address\n", ifn);
+    else
+        printf("%s: %s netmask %s gateway %s\n", ifn, addr, or_dash(mask), or_dash(gw));
+    return true;
+}
+
 int addr_show(Ctx &c, Args &a)
 {
+    if (a.remaining() != 1 || c.brief)
+        return show_list(c, a, addr_one);
     const char *ifn = a.need("INTERFACE");
     if (!a.end() || !check_ifname(c, "INTERFACE", ifn))
         return kExitUsage;
@@ -205,8 +240,42 @@ int gateway_del(Ctx &c, Args &a)
     return gateway_change(c, a, false);
 }
 
+bool addr6_one(const Ctx &c, Json &j, const char *ifn)
+{
+    static NetIpv6AddrList list;
+    memset(&list, 0, sizeof list);
+    if (!exists(ifn) || NET_GetIpv6AddrList(ifn, &list) != 0)
+        return false;
+    char gw[64] = {0};
+    NET_GetIpv6Gateway(ifn, gw, sizeof gw);
+    if (c.json)
+        j.begin_object().str("interface", ifn).begin_array("addresses");
+    else if (c.brief)
+        printf("%-16s %-8s", ifn, link_state(ifn));
+    else if (list.iNum == 0)
+        printf("%s: no IPv6 address but link-local\n", ifn);
+    for (int i = 0; i < list.iNum && i < 32; ++i) {
+        const NetIpv6AddrEntry &e = list.astAddr[i];
+        if (c.json)
+            j.begin_object().str("address", e.szAddr).num("prefix", e.iPrefixLen).end_object();
+        else if (c.brief)
+            printf(" %s/%d", e.szAddr, e.iPrefixLen);
+        else
+            printf("%s: inet6 %s/%d\n", ifn, e.szAddr, e.iPrefixLen);
+    }
+    if (c.json)
+        j.end_array().str("gateway", gw).end_object();
+    else if (c.brief)
+        printf("\n");
+    else
+        printf("%s: IPv6 gateway %s\n", ifn, gw[0] ? gw : "none");
+    return true;
+}
+
 int addr6_show(Ctx &c, Args &a)
 {
+    if (a.remaining() != 1 || c.brief)
+        return show_list(c, a, addr6_one);
     const char *ifn = a.need("INTERFACE");
     if (!a.end() || !check_ifname(c, "INTERFACE", ifn))
         return kExitUsage;
@@ -364,8 +433,8 @@ int resolv_set(Ctx &c, Args &a)
 }
 
 const Command kCommands[] = {
-    {"addr show", "INTERFACE", "live IPv4 address, netmask and default gateway", nullptr,
-     addr_show},
+    {"addr show", "[INTERFACE...]", "live IPv4 address, netmask and default gateway",
+     "Without INTERFACE every interface the kernel lists; -br: one line per interface.", addr_show},
     {"addr set", "INTERFACE ADDRESS NETMASK", "store the address, then set it live",
      "Refused while the port is in DHCP mode or when the other port holds the address\n"
      "(NET_IPv4SetAddr).",
@@ -376,7 +445,8 @@ const Command kCommands[] = {
     {"gateway add", "INTERFACE GATEWAY", "add a default route through the interface", nullptr,
      gateway_add},
     {"gateway del", "INTERFACE GATEWAY", "delete that default route", nullptr, gateway_del},
-    {"addr6 show", "INTERFACE", "IPv6 addresses (link-local left out) and gateway", nullptr,
+    {"addr6 show", "[INTERFACE...]", "IPv6 addresses (link-local left out) and gateway",
+     "Without INTERFACE every interface the kernel lists; -br: one line per interface.",
      addr6_show},
     {"addr6 add", "INTERFACE ADDRESS PREFIX", "add an IPv6 address (prefix 3 to 127)", nullptr,
      addr6_add},

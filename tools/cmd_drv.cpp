@@ -54,13 +54,38 @@ class Table
     NetDriverInterface *t_ = nullptr;
 };
 
-// One answer: entry number, the function in it, the result and what it gave.
+// One answer: entry number, the function in it, the result and what it gave, as words for a
+// person and as a typed JSON value (null when the call failed).
 struct Answer {
     int entry;
     const char *function;
     int result;
     std::string value;
+    Json json;
 };
+
+Json text(const char *s)
+{
+    return std::move(Json().str(nullptr, s));
+}
+Json number(long n)
+{
+    return std::move(Json().num(nullptr, n));
+}
+Json flag(bool b)
+{
+    return std::move(Json().boolean(nullptr, b));
+}
+// The value of a call that answered, else null.
+Json if_ok(int rc, const Json &v)
+{
+    return rc == 0 ? v : std::move(Json().null(nullptr));
+}
+// {"k1":"v1","k2":"v2"}: pairs of texts.
+Json pair(const char *k1, const char *v1, const char *k2, const char *v2)
+{
+    return std::move(Json().begin_object().str(k1, v1).str(k2, v2).end_object());
+}
 
 void print(const Ctx &c, Json &j, const Answer &a)
 {
@@ -69,7 +94,7 @@ void print(const Ctx &c, Json &j, const Answer &a)
             .num("entry", a.entry)
             .str("function", a.function)
             .num("result", a.result)
-            .str("value", a.value)
+            .value("value", a.json)
             .end_object();
         return;
     }
@@ -105,69 +130,92 @@ std::vector<Answer> ask(const NetDriverInterface *t, const char *ifn)
 
     memset(a, 0, sizeof a);
     rc = t->pfnGetEthName(a, sizeof a - 1, &n);
+    Json names;
+    names.begin_object().num("count", n).begin_array("names");
+    for (const char *p = a; rc == 0 && *p != '\0';) {
+        const char *sep = strstr(p, "::");
+        std::string one = sep != nullptr ? std::string(p, sep - p) : std::string(p);
+        names.str(nullptr, one);
+        p = sep != nullptr ? sep + 2 : p + one.size();
+    }
     out.push_back({2, FN(pfnGetEthName, drv_net_GetEthName), rc,
-                   std::string(a) + " (" + std::to_string(n) + ")"});
+                   std::string(a) + " (" + std::to_string(n) + ")",
+                   if_ok(rc, names.end_array().end_object())});
 
     memset(a, 0, sizeof a);
     rc = t->pfnGetMacAddr(ifn, a, 18);
-    out.push_back({3, FN(pfnGetMacAddr, NET_GetMacAddr), rc, a});
+    out.push_back({3, FN(pfnGetMacAddr, NET_GetMacAddr), rc, a, if_ok(rc, text(a))});
 
     int mtu = 0;
     rc = t->pfnGetMtu(ifn, &mtu);
-    out.push_back({5, FN(pfnGetMtu, NET_GetMtu), rc, std::to_string(mtu)});
+    out.push_back({5, FN(pfnGetMtu, NET_GetMtu), rc, std::to_string(mtu), if_ok(rc, number(mtu))});
 
     memset(a, 0, sizeof a);
     memset(b, 0, sizeof b);
     rc = t->pfnGetHostIPEx(ifn, a, 16, b, 16);
-    out.push_back({7, FN(pfnGetHostIPEx, drv_net_GetHostIPEx), rc, std::string(a) + " " + b});
+    out.push_back({7, FN(pfnGetHostIPEx, drv_net_GetHostIPEx), rc, std::string(a) + " " + b,
+                   if_ok(rc, pair("address", a, "netmask", b))});
 
     memset(a, 0, sizeof a);
     rc = t->pfnGetIpv4Gateway(ifn, a, 16);
-    out.push_back({9, FN(pfnGetIpv4Gateway, NET_GetIpv4Gateway), rc, a});
+    out.push_back({9, FN(pfnGetIpv4Gateway, NET_GetIpv4Gateway), rc, a, if_ok(rc, text(a))});
 
     rc = t->pfnGetLinkStatus(ifn);
-    out.push_back(
-        {10, FN(pfnGetLinkStatus, drv_net_GetLinkStatus), rc, rc == 0 ? "link up" : "link down"});
+    out.push_back({10, FN(pfnGetLinkStatus, drv_net_GetLinkStatus), rc,
+                   rc == 0 ? "link up" : "link down", flag(rc == 0)});
 
     memset(a, 0, sizeof a);
     rc = t->pfnGetDefNetCard(a, 16);
-    out.push_back({11, defcard_function(t), rc, a});
+    out.push_back({11, defcard_function(t), rc, a, if_ok(rc, text(a))});
 
     memset(a, 0, sizeof a);
     int prefix = 0;
     rc = t->pfnGetIpv6Addr(ifn, a, 64, &prefix);
-    out.push_back({15, FN(pfnGetIpv6Addr, drv_net_GetIpv6Addr), rc,
-                   rc == 0 ? a + ("/" + std::to_string(prefix)) : ""});
+    out.push_back(
+        {15, FN(pfnGetIpv6Addr, drv_net_GetIpv6Addr), rc,
+         rc == 0 ? a + ("/" + std::to_string(prefix)) : "",
+         if_ok(rc, Json().begin_object().str("address", a).num("prefix", prefix).end_object())});
 
     memset(a, 0, sizeof a);
     rc = t->pfnGetIpv6Gateway(ifn, a, 64);
-    out.push_back({17, FN(pfnGetIpv6Gateway, NET_GetIpv6Gateway), rc, a});
+    out.push_back({17, FN(pfnGetIpv6Gateway, NET_GetIpv6Gateway), rc, a, if_ok(rc, text(a))});
 
-    out.push_back({18, "(entries 18 to 45)", 0, std::to_string(null_entries(t)) + " of 28 null"});
+    out.push_back(
+        {18, "(entries 18 to 45)", 0, std::to_string(null_entries(t)) + " of 28 null",
+         std::move(Json().begin_object().num("null", null_entries(t)).num("of", 28).end_object())});
 
     memset(a, 0, sizeof a);
     memset(b, 0, sizeof b);
     rc = t->pfnGetDnsServer(ifn, a, 46, b, 46);
-    out.push_back({46, FN(pfnGetDnsServer, NET_GetDnsServer), rc, std::string(a) + " " + b});
+    out.push_back({46, FN(pfnGetDnsServer, NET_GetDnsServer), rc, std::string(a) + " " + b,
+                   if_ok(rc, pair("master", a, "slave", b))});
 
     NetSpeedDuplexMode mode = NET_SPEED_DUPLEX_AUTO;
     rc = t->pfnGetSpeedDuplex(ifn, &mode);
-    out.push_back(
-        {52, FN(pfnGetSpeedDuplex, drv_net_GetSpeedDuplex), rc, rc == 0 ? speed_name(mode) : ""});
+    out.push_back({52, FN(pfnGetSpeedDuplex, drv_net_GetSpeedDuplex), rc,
+                   rc == 0 ? speed_name(mode) : "", if_ok(rc, text(speed_name(mode)))});
 
     mode = NET_SPEED_DUPLEX_AUTO;
     rc = t->pfnGetMaxSupportSpeed(ifn, &mode);
     out.push_back({53, FN(pfnGetMaxSupportSpeed, drv_net_GetMaxSupportSpeedx), rc,
-                   rc == 0 ? speed_name(mode) : ""});
+                   rc == 0 ? speed_name(mode) : "", if_ok(rc, text(speed_name(mode)))});
 
     static NetIpv6AddrList list;
     memset(&list, 0, sizeof list);
     rc = t->pfnGetIpv6AddrList(ifn, &list);
     std::string addrs;
-    for (int i = 0; rc == 0 && i < list.iNum && i < 32; ++i)
+    Json all;
+    all.begin_array();
+    for (int i = 0; rc == 0 && i < list.iNum && i < 32; ++i) {
         addrs += (i ? " " : "") + std::string(list.astAddr[i].szAddr) + "/" +
                  std::to_string(list.astAddr[i].iPrefixLen);
-    out.push_back({55, FN(pfnGetIpv6AddrList, drv_net_GetIpv6AddrList), rc, addrs});
+        all.begin_object()
+            .str("address", list.astAddr[i].szAddr)
+            .num("prefix", list.astAddr[i].iPrefixLen)
+            .end_object();
+    }
+    out.push_back({55, FN(pfnGetIpv6AddrList, drv_net_GetIpv6AddrList), rc, addrs,
+                   if_ok(rc, all.end_array())});
     return out;
 }
 
@@ -221,7 +269,12 @@ int probe(Ctx &c, Args &a)
                                                                       : "?")
            : (tp->pfnCheckIpv4Collision == drv_net_CheckIpv4Collision ? "drv_net_CheckIpv4Collision"
                                                                       : "?");
-    Answer x{v6 ? 49 : 48, fn, rc, rc != 0 ? "" : collision == 1 ? "in use" : "free"};
+    Answer x{
+        v6 ? 49 : 48, fn, rc,
+        rc != 0          ? ""
+        : collision == 1 ? "in use"
+                         : "free",
+        if_ok(rc, std::move(Json().begin_object().boolean("in_use", collision == 1).end_object()))};
     Json j;
     if (!c.json)
         printf("  %3s  %-28s %3s  %s\n", "#", "function", "rc", "answer");
@@ -241,10 +294,11 @@ int ping(Ctx &c, Args &a)
         return fail(c, "the table could not be created");
     double us = 0;
     int rc = t->pfnPing(ifn, host, &us);
-    char text[64] = {0};
+    char words[64] = {0};
     if (rc == 0)
-        snprintf(text, sizeof text, "%.0f us", us);
-    Answer x{56, t->pfnPing == NET_Ping ? "NET_Ping" : "?", rc, text};
+        snprintf(words, sizeof words, "%.0f us", us);
+    Answer x{56, t->pfnPing == NET_Ping ? "NET_Ping" : "?", rc, words,
+             if_ok(rc, std::move(Json().begin_object().real("time_us", us).end_object()))};
     Json j;
     if (!c.json)
         printf("  %3s  %-28s %3s  %s\n", "#", "function", "rc", "answer");
@@ -271,11 +325,35 @@ int cfg(Ctx &c, Args &a)
     memset(&port, 0, sizeof port);
     memset(&ipc, 0, sizeof ipc);
     Answer answers[] = {
-        {1, "NET_GetDdnsCfg", t.pfnGetDdnsCfg(&ddns), ""},
-        {2, "NET_GetPppoeCfg", t.pfnGetPppoeCfg(&pppoe), ""},
-        {3, "NET_GetPortCfg", t.pfnGetPortCfg(&port), ""},
-        {4, "drv_net_GetIpcConfig", t.pfnGetIpcConfig(&ipc), ""},
+        {1, "NET_GetDdnsCfg", t.pfnGetDdnsCfg(&ddns), "", Json()},
+        {2, "NET_GetPppoeCfg", t.pfnGetPppoeCfg(&pppoe), "", Json()},
+        {3, "NET_GetPortCfg", t.pfnGetPortCfg(&port), "", Json()},
+        {4, "drv_net_GetIpcConfig", t.pfnGetIpcConfig(&ipc), "", Json()},
     };
+    Json v[4];
+    v[0].begin_object()
+        .boolean("enable", ddns.iEnable != 0)
+        .str("user", ddns.szUserName)
+        .str("password", secret(c, ddns.szPassword))
+        .end_object();
+    v[1].begin_object()
+        .boolean("enable", pppoe.iEnable != 0)
+        .str("interface", pppoe.szInterface)
+        .end_object();
+    v[2].begin_object()
+        .num("http", port.usHttpPort)
+        .num("rtsp", port.usRtspPort)
+        .num("https", port.usHttpsPort)
+        .end_object();
+    v[3].begin_object().num("ports", ipc.iPortNum).begin_array("interfaces");
+    for (int i = 0; i < ipc.iPortNum && i < 2; ++i)
+        v[3].begin_object()
+            .str("interface", ipc.astEtherCfg[i].szIfName)
+            .str("ipv4_address", ipc.astEtherCfg[i].szIpv4Addr)
+            .end_object();
+    v[3].end_array().end_object();
+    for (int i = 0; i < 4; ++i)
+        answers[i].json = if_ok(answers[i].result, v[i]);
     answers[0].value = std::string("enable ") + std::to_string(ddns.iEnable) + " user " +
                        or_dash(ddns.szUserName) + " password " +
                        or_dash(secret(c, ddns.szPassword));

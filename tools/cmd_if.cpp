@@ -117,8 +117,34 @@ int restart(Ctx &c, Args &a)
     return 0;
 }
 
+bool link_one(const Ctx &c, Json &j, const char *ifn)
+{
+    int mtu = 0, linked = 0;
+    if (NET_GetMtu(ifn, &mtu) != 0)
+        return false;
+    NetSpeedDuplexMode mode = NET_SPEED_DUPLEX_AUTO;
+    bool haveLink = NET_GetPortLinkStatus(ifn, &linked) == 0;
+    bool haveMode = NET_GetSpeedDuplex(ifn, &mode) == 0;
+    char mac[18] = {0};
+    NET_GetMacAddr(ifn, mac, sizeof mac);
+    if (c.json) {
+        j.begin_object().str("interface", ifn).num("mtu", mtu);
+        haveLink ? j.boolean("carrier", linked == 1) : j.null("carrier");
+        j.str("speed_duplex", haveMode ? speed_name(mode) : nullptr).str("mac", mac).end_object();
+    } else if (c.brief) {
+        printf("%-16s %-8s %-17s mtu %d\n", ifn, link_state(ifn), or_dash(mac), mtu);
+    } else {
+        printf("%s: mtu %d carrier %s speed/duplex %s mac %s\n", ifn, mtu,
+               haveLink ? (linked == 1 ? "yes" : "no") : "unknown",
+               haveMode ? speed_name(mode) : "unknown", or_dash(mac));
+    }
+    return true;
+}
+
 int link_show(Ctx &c, Args &a)
 {
+    if (a.remaining() != 1 || c.brief)
+        return show_list(c, a, link_one);
     const char *ifn = a.need("INTERFACE");
     if (!a.end() || !check_ifname(c, "INTERFACE", ifn))
         return kExitUsage;
@@ -211,7 +237,8 @@ const Command kCommands[] = {
     {"mac", "INTERFACE", "hardware address of an interface", nullptr, mac},
     {"port-used", "PORT", "whether a TCP port is taken on this host", nullptr, port_used},
     {"restart", "", "restart the network service (/etc/init.d/network restart)", nullptr, restart},
-    {"link show", "INTERFACE", "MTU, carrier, speed and duplex of a port", nullptr, link_show},
+    {"link show", "[INTERFACE...]", "MTU, carrier, speed and duplex of a port",
+     "Without INTERFACE every interface the kernel lists; -br: one line per interface.", link_show},
     {"link up", "INTERFACE", "set the interface up", nullptr, link_up},
     {"link down", "INTERFACE", "set the interface down (not lo)", nullptr, link_down},
     {"link mtu", "INTERFACE MTU", "set the MTU (100 to 1500)", nullptr, link_mtu},

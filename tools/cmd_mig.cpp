@@ -72,13 +72,13 @@ const Field kPortFields[] = {
     FIELD_PORT(NetPortCfg, "http", usHttpPort),
     FIELD_PORT(NetPortCfg, "rtsp", usRtspPort),
     FIELD_PORT(NetPortCfg, "https", usHttpsPort),
-    FIELD_INT(NetPortCfg, "mapping", iPortMapEnable),
+    FIELD_BOOL(NetPortCfg, "mapping", iPortMapEnable),
     FIELD_INT(NetPortCfg, "mode", iPortMapMode),
     FIELD_PORT(NetPortCfg, "ext-http", usExtHttpPort),
     FIELD_PORT(NetPortCfg, "ext-rtsp", usExtRtspPort),
 };
 const Field kDdnsFields[] = {
-    FIELD_INT(NetDdnsCfg, "enable", iEnable),
+    FIELD_BOOL(NetDdnsCfg, "enable", iEnable),
     FIELD_INT(NetDdnsCfg, "type", iType),
     FIELD_TEXT(NetDdnsCfg, "domain", szDdnsDomain),
     FIELD_PORT(NetDdnsCfg, "port", usPort),

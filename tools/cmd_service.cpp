@@ -10,7 +10,7 @@
 #include "libnetwork.h"
 
 const Field kPppoeFields[4] = {
-    FIELD_INT(NetPppoeCfg, "enable", iEnable),
+    FIELD_BOOL(NetPppoeCfg, "enable", iEnable),
     FIELD_TEXT(NetPppoeCfg, "interface", szInterface),
     FIELD_TEXT(NetPppoeCfg, "user", szUserName),
     FIELD_SECRET(NetPppoeCfg, "password", szPassword),
@@ -25,7 +25,7 @@ const Field kPortFields[] = {
     FIELD_PORT(NetPortCfg, "https", usHttpsPort),
     FIELD_PORT(NetPortCfg, "sdc", usSdcPort),
     FIELD_PORT(NetPortCfg, "prisrv", usPriSrvPort),
-    FIELD_INT(NetPortCfg, "mapping", iPortMapEnable),
+    FIELD_BOOL(NetPortCfg, "mapping", iPortMapEnable),
     FIELD_INT(NetPortCfg, "mode", iPortMapMode),
     FIELD_TEXT(NetPortCfg, "alias", szAlias),
     FIELD_PORT(NetPortCfg, "ext-http", usExtHttpPort),
@@ -36,7 +36,7 @@ const Field kPortFields[] = {
 };
 
 const Field kDdnsFields[] = {
-    FIELD_INT(NetDdnsCfg, "enable", iEnable),
+    FIELD_BOOL(NetDdnsCfg, "enable", iEnable),
     FIELD_INT(NetDdnsCfg, "type", iType),
     FIELD_TEXT(NetDdnsCfg, "server", szServerDomain),
     FIELD_TEXT(NetDdnsCfg, "domain", szDdnsDomain),

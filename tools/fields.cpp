@@ -44,7 +44,11 @@ void print_fields(const Ctx &c, Json &j, const Field *fields, int n, const void 
 {
     for (int i = 0; i < n; ++i) {
         const Field &f = fields[i];
-        if (f.kind == Kind::Int || f.kind == Kind::Port) {
+        if (f.kind == Kind::Bool && c.json) {
+            j.boolean(f.key, number_at(rec, f) != 0);
+            continue;
+        }
+        if (f.kind != Kind::Text && f.kind != Kind::Secret) {
             if (c.json)
                 j.num(f.key, number_at(rec, f));
             else
@@ -88,7 +92,7 @@ bool apply_fields(const Ctx &c, const Field *fields, int n, const std::vector<co
                 return false;
             uint16_t u = static_cast<uint16_t>(num);
             memcpy(p, &u, sizeof u);
-        } else if (f->kind == Kind::Int) {
+        } else if (f->kind == Kind::Int || f->kind == Kind::Bool) {
             if (!parse_long(c, f->key, v, INT32_MIN, INT32_MAX, &num))
                 return false;
             int32_t i = static_cast<int32_t>(num);

@@ -10,7 +10,8 @@
 
 class Json;
 
-enum class Kind { Int, Port, Text, Secret };
+// Bool: an int32 switch, a JSON boolean, read and written as a number.
+enum class Kind { Int, Bool, Port, Text, Secret };
 
 struct Field {
     const char *key; // KEY of KEY=VALUE, and the JSON key
@@ -23,6 +24,10 @@ struct Field {
 #define FIELD_INT(rec, key, m)                                                                     \
     {                                                                                              \
         key, Kind::Int, offsetof(rec, m), 0, true                                                  \
+    }
+#define FIELD_BOOL(rec, key, m)                                                                    \
+    {                                                                                              \
+        key, Kind::Bool, offsetof(rec, m), 0, true                                                 \
     }
 #define FIELD_PORT(rec, key, m)                                                                    \
     {                                                                                              \

@@ -83,7 +83,7 @@ Json &Json::end_array()
 Json &Json::str(const char *key, const char *value)
 {
     prefix(key);
-    if (value == nullptr)
+    if (value == nullptr || value[0] == '\0')
         out_ += "null";
     else
         quote(value);
@@ -119,6 +119,13 @@ Json &Json::null(const char *key)
 {
     prefix(key);
     out_ += "null";
+    return *this;
+}
+
+Json &Json::value(const char *key, const Json &v)
+{
+    prefix(key);
+    out_ += v.out_;
     return *this;
 }
 

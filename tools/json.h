@@ -14,12 +14,15 @@ class Json
     Json &end_object();
     Json &begin_array(const char *key = nullptr);
     Json &end_array();
-    Json &str(const char *key, const char *value); // nullptr writes null
+    // A text; nullptr or "" writes null, so an absent value reads the same in every command.
+    Json &str(const char *key, const char *value);
     Json &str(const char *key, const std::string &value) { return str(key, value.c_str()); }
     Json &num(const char *key, long value);
     Json &real(const char *key, double value);
     Json &boolean(const char *key, bool value);
     Json &null(const char *key);
+    // A value another writer made whole (an object, array or scalar).
+    Json &value(const char *key, const Json &v);
     // Writes the text and a newline to standard output.
     void print() const;
     const std::string &text() const { return out_; }

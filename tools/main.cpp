@@ -3,6 +3,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -54,12 +55,41 @@ void entry(FILE *out, const Command &c)
         fprintf(out, "  %-32s %s\n", head.c_str(), c.summary);
 }
 
+// The options every command takes, before or after the command's own words.
+const char kGlobalOptions[] =
+    "  -j, --json        one JSON object per command, for scripts (absent values are null)\n"
+    "  -br, --brief      one line per interface (addr show, addr6 show, link show)\n"
+    "  --show-secrets    print passwords as stored (else \"********\", or null when unset)\n"
+    "  -v, --verbose     let the library's log through to standard error\n"
+    "  --version         print the version\n"
+    "  -h, --help        this help; COMMAND --help describes one command\n";
+
+// Options some commands take; each command's --help says which.
+const char kCommandOptions[] =
+    "  --package NAME    cfg: another package of /etc/config (default: network)\n"
+    "  --type TYPE       cfg set, cfg add-list: create the section with this type\n"
+    "  --timeout MS      probe, probe6: how long to wait for an answer\n"
+    "  --rfc, --fast     probe, announce: RFC 5227 timing, or it cut by 20\n"
+    "  --dad             probe6: RFC 4862 duplicate-address detection\n"
+    "  --count N         probe --rfc, probe6 --dad: number of probes\n"
+    "  --seconds N       macmon: how long to watch\n";
+
+// Bare "netlibctl": what to type next.
+void short_usage(FILE *out)
+{
+    fprintf(out, "usage: netlibctl [OPTIONS] COMMAND [ARGS...]\n"
+                 "e.g.:  netlibctl addr show, netlibctl -j link show lan1, netlibctl cfg show\n"
+                 "Commands and options: netlibctl help (or man netlibctl)\n");
+}
+
 void usage(FILE *out)
 {
-    fprintf(out, "usage: netlibctl [--json] [--show-secrets] [-v] COMMAND [ARGS...]\n\n"
-                 "  --json          one JSON object per command, for scripts\n"
-                 "  --show-secrets  print passwords as stored\n"
-                 "  -v, --verbose   let the library's log through to standard error\n");
+    fprintf(out,
+            "usage: netlibctl [OPTIONS] COMMAND [ARGS...]\n\n"
+            "Options (before or after the command):\n%s\nOptions of some commands:\n%s\n"
+            "Commands and verbs may be shortened to a unique prefix (a s = addr show;\n"
+            "addr, link and show win a tie); \"--\" ends the options.\n",
+            kGlobalOptions, kCommandOptions);
     for (const Group &g : kGroups) {
         CommandList l = g.list();
         if (l.count == 0)
@@ -68,18 +98,20 @@ void usage(FILE *out)
         for (int i = 0; i < l.count; ++i)
             entry(out, l.items[i]);
     }
-    fprintf(out, "\n'netlibctl COMMAND --help' describes one command.\n");
+    fprintf(out, "\nExit status: 0 done, 1 the library refused or failed, 2 bad usage.\n"
+                 "'netlibctl COMMAND --help' describes one command.\n");
 }
 
 void leaf_help(const Command &c)
 {
-    printf("usage: netlibctl [--json] %s%s%s\n%s\n", c.name, c.args[0] ? " " : "", c.args,
+    printf("usage: netlibctl [OPTIONS] %s%s%s\n%s\n", c.name, c.args[0] ? " " : "", c.args,
            c.summary);
     if (c.details != nullptr)
         printf("\n%s\n", c.details);
 }
 
-// "netlibctl --json help": the command names, for scripts and tests.
+// "netlibctl --json help" and "netlibctl help --commands": the command names, for scripts,
+// completion and tests.
 int list_commands(bool json)
 {
     Json j;
@@ -107,27 +139,29 @@ bool asks_help(int argc, char **argv)
     return false;
 }
 
-// The verbs of a group ("addr" -> "show, set, set-live"), or "" when there is no such group.
-std::string verbs_of(const char *group)
+// The verbs of a group ("addr" -> "show", "set", "set-live"), empty when there is no such group.
+std::vector<std::string> verbs_of(const std::string &group)
 {
-    std::string verbs;
-    size_t n = strlen(group);
-    for (const Command *c : all_commands()) {
-        if (strncmp(c->name, group, n) != 0 || c->name[n] != ' ')
-            continue;
-        if (!verbs.empty())
-            verbs += ", ";
-        verbs += c->name + n + 1;
-    }
+    std::vector<std::string> verbs;
+    for (const Command *c : all_commands())
+        if (strncmp(c->name, group.c_str(), group.size()) == 0 && c->name[group.size()] == ' ')
+            verbs.push_back(c->name + group.size() + 1);
     return verbs;
 }
 
-int group_help(const char *group)
+std::string joined(const std::vector<std::string> &words)
 {
-    printf("usage: netlibctl [--json] %s VERB [ARGS...]\n\n", group);
-    size_t n = strlen(group);
+    std::string out;
+    for (const std::string &w : words)
+        out += (out.empty() ? "" : ", ") + w;
+    return out;
+}
+
+int group_help(const std::string &group)
+{
+    printf("usage: netlibctl [OPTIONS] %s VERB [ARGS...]\n\n", group.c_str());
     for (const Command *c : all_commands())
-        if (strncmp(c->name, group, n) == 0 && c->name[n] == ' ')
+        if (strncmp(c->name, group.c_str(), group.size()) == 0 && c->name[group.size()] == ' ')
             entry(stdout, *c);
     return 0;
 }
@@ -140,6 +174,56 @@ const Command *find(const std::string &name)
     return nullptr;
 }
 
+// The first words: groups and single commands, each once, and "help".
+std::vector<std::string> first_words()
+{
+    std::vector<std::string> words{"help"};
+    for (const Command *c : all_commands()) {
+        std::string w(c->name, strcspn(c->name, " "));
+        if (std::find(words.begin(), words.end(), w) == words.end())
+            words.push_back(w);
+    }
+    return words;
+}
+
+// A word as typed, or a prefix of one word: the exact word, else the only candidate it starts,
+// else one candidate that starts every other (addr before addr6, del before del-list), else
+// the one users of ip expect (a = addr, l = link, s = show). Empty with *candidates filled
+// when ambiguous, empty with none when unknown.
+std::string resolve(const std::string &typed, const std::vector<std::string> &words,
+                    std::vector<std::string> *candidates)
+{
+    candidates->clear();
+    if (typed.empty())
+        return "";
+    for (const std::string &w : words) {
+        if (w == typed)
+            return w;
+        if (w.compare(0, typed.size(), typed) == 0)
+            candidates->push_back(w);
+    }
+    if (candidates->size() == 1)
+        return (*candidates)[0];
+    for (const std::string &w : *candidates) {
+        bool startsAll = true;
+        for (const std::string &o : *candidates)
+            startsAll = startsAll && o.compare(0, w.size(), w) == 0;
+        if (startsAll)
+            return w;
+    }
+    for (const char *habit : {"addr", "link", "show"})
+        if (std::find(candidates->begin(), candidates->end(), habit) != candidates->end())
+            return habit;
+    return "";
+}
+
+// "--brief" is read by the show commands of interfaces; elsewhere it is refused.
+bool takes_brief(const Command &c)
+{
+    return strcmp(c.name, "addr show") == 0 || strcmp(c.name, "addr6 show") == 0 ||
+           strcmp(c.name, "link show") == 0;
+}
+
 int run(Ctx &ctx, const Command &c, int argc, char **argv)
 {
     if (asks_help(argc, argv)) {
@@ -147,15 +231,26 @@ int run(Ctx &ctx, const Command &c, int argc, char **argv)
         return 0;
     }
     ctx.cmd = c.name;
+    if (ctx.brief && !takes_brief(c)) {
+        fprintf(stderr, "netlibctl %s: --brief is read by addr show, addr6 show and link show\n",
+                c.name);
+        return kExitUsage;
+    }
     Args args(ctx, argc, argv);
     NET_Init();
     return c.run(ctx, args);
 }
 
-// "help", "help COMMAND", "help GROUP VERB".
+// "help" (the whole help), "help --commands", "help COMMAND", "help GROUP VERB".
 int help(const Ctx &ctx, int argc, char **argv)
 {
-    if (argc == 0)
+    if (argc == 0 && ctx.json)
+        return list_commands(true);
+    if (argc == 0) {
+        usage(stdout);
+        return 0;
+    }
+    if (strcmp(argv[0], "--commands") == 0)
         return list_commands(ctx.json);
     const Command *c = argc > 1 ? find(std::string(argv[0]) + " " + argv[1]) : nullptr;
     if (c == nullptr)
@@ -170,58 +265,97 @@ int help(const Ctx &ctx, int argc, char **argv)
     return kExitUsage;
 }
 
+// Global options anywhere before a lone "--", taken out of the arguments; the rest in order.
+// An unknown option before the command is an error; after it, it is the command's own.
+int take_globals(Ctx &ctx, int argc, char **argv, std::vector<char *> *rest, bool *verbose)
+{
+    bool positional = false;
+    for (int i = 1; i < argc; ++i) {
+        const char *a = argv[i];
+        if (positional || a[0] != '-' || (a[1] == '\0')) {
+            rest->push_back(argv[i]);
+            continue;
+        }
+        if (strcmp(a, "--") == 0) {
+            positional = true;
+            rest->push_back(argv[i]);
+        } else if (strcmp(a, "--json") == 0 || strcmp(a, "-j") == 0) {
+            ctx.json = true;
+        } else if (strcmp(a, "--brief") == 0 || strcmp(a, "-br") == 0) {
+            ctx.brief = true;
+        } else if (strcmp(a, "--show-secrets") == 0) {
+            ctx.secrets = true;
+        } else if (strcmp(a, "-v") == 0 || strcmp(a, "--verbose") == 0) {
+            *verbose = true;
+        } else if (strcmp(a, "--version") == 0) {
+            printf("netlibctl %s (libnetwork %s)\n", NETLIBCTL_VERSION, NETLIBCTL_VERSION);
+            return 0;
+        } else if (!rest->empty()) {
+            rest->push_back(argv[i]);
+        } else if (strcmp(a, "--help") == 0 || strcmp(a, "-h") == 0) {
+            usage(stdout);
+            return 0;
+        } else {
+            fprintf(stderr, "netlibctl: unknown option '%s'\n", a);
+            return kExitUsage;
+        }
+    }
+    return -1;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
     Ctx ctx;
     bool verbose = false;
-    int i = 1;
-    for (; i < argc && argv[i][0] == '-'; ++i) {
-        if (strcmp(argv[i], "--json") == 0) {
-            ctx.json = true;
-        } else if (strcmp(argv[i], "--show-secrets") == 0) {
-            ctx.secrets = true;
-        } else if (strcmp(argv[i], "-v") == 0 || strcmp(argv[i], "--verbose") == 0) {
-            verbose = true;
-        } else if (strcmp(argv[i], "--help") == 0 || strcmp(argv[i], "-h") == 0) {
-            usage(stdout);
-            return 0;
-        } else {
-            fprintf(stderr, "netlibctl: unknown option '%s'\n", argv[i]);
-            return kExitUsage;
-        }
-    }
-    if (i >= argc) {
-        usage(stderr);
+    std::vector<char *> rest;
+    int rc = take_globals(ctx, argc, argv, &rest, &verbose);
+    if (rc >= 0)
+        return rc;
+    if (rest.empty()) {
+        short_usage(stderr);
         return kExitUsage;
     }
+    rest.push_back(nullptr);
+    char **args = rest.data();
+    int n = static_cast<int>(rest.size()) - 1;
     // The library's own log stays out of the way unless asked for (or routed elsewhere).
     if (verbose)
         setenv("NETLIB_LOG", "stderr", 0);
     else
         setenv("NETLIB_LOG", "none", 0);
 
-    const char *word = argv[i];
-    if (strcmp(word, "help") == 0)
-        return help(ctx, argc - i - 1, argv + i + 1);
-    if (i + 1 < argc) {
-        const Command *two = find(std::string(word) + " " + argv[i + 1]);
-        if (two != nullptr)
-            return run(ctx, *two, argc - i - 2, argv + i + 2);
-    }
-    if (const Command *one = find(word))
-        return run(ctx, *one, argc - i - 1, argv + i + 1);
-    std::string verbs = verbs_of(word);
-    if (verbs.empty()) {
-        fprintf(stderr, "netlibctl: unknown command '%s' (see netlibctl --help)\n", word);
+    std::vector<std::string> candidates;
+    std::string word = resolve(args[0], first_words(), &candidates);
+    if (word.empty() && !candidates.empty()) {
+        fprintf(stderr, "netlibctl: ambiguous command '%s' (%s)\n", args[0],
+                joined(candidates).c_str());
         return kExitUsage;
     }
-    if (i + 1 < argc && asks_help(argc - i - 1, argv + i + 1))
+    if (word.empty()) {
+        fprintf(stderr, "netlibctl: unknown command '%s' (see netlibctl --help)\n", args[0]);
+        return kExitUsage;
+    }
+    if (word == "help")
+        return help(ctx, n - 1, args + 1);
+    std::vector<std::string> verbs = verbs_of(word);
+    if (verbs.empty()) {
+        const Command *one = find(word);
+        return run(ctx, *one, n - 1, args + 1);
+    }
+    if (n < 2) {
+        fprintf(stderr, "netlibctl %s: missing VERB (%s)\n", word.c_str(), joined(verbs).c_str());
+        return kExitUsage;
+    }
+    std::string verb = resolve(args[1], verbs, &candidates);
+    if (verb.empty() && asks_help(n - 1, args + 1))
         return group_help(word);
-    if (i + 1 >= argc)
-        fprintf(stderr, "netlibctl %s: missing VERB (%s)\n", word, verbs.c_str());
-    else
-        fprintf(stderr, "netlibctl %s: unknown VERB '%s' (%s)\n", word, argv[i + 1], verbs.c_str());
-    return kExitUsage;
+    if (verb.empty()) {
+        fprintf(stderr, "netlibctl %s: %s VERB '%s' (%s)\n", word.c_str(),
+                candidates.empty() ? "unknown" : "ambiguous", args[1],
+                joined(candidates.empty() ? verbs : candidates).c_str());
+        return kExitUsage;
+    }
+    return run(ctx, *find(word + " " + verb), n - 2, args + 2);
 }
