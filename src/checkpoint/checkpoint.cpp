@@ -161,7 +161,7 @@ void boot_id(char out[40])
     out[strcspn(out, "\n")] = '\0';
 }
 
-// The ports' stored modes, from the package as libuci reads it.
+// The ports' stored IPv4 modes, from the package as libuci reads it.
 void dhcp_modes(CkptFixed &f)
 {
     UciPackage pkg;
@@ -177,8 +177,10 @@ void dhcp_modes(CkptFixed &f)
             NET_GetOption(sec, "ipv4dhcp", v4, sizeof v4);
             NET_GetOption(sec, "proto", proto, sizeof proto);
         }
-        p.dhcp = static_cast<uint8_t>((strcmp(v4, "1") == 0 ? 1 : 0) |
-                                      (strncmp(proto, "dhcp", 4) == 0 ? 2 : 0));
+        // As the network service reads them: "proto" dhcp, or "ipv4dhcp" 1 unless static.
+        p.dhcp =
+            static_cast<uint8_t>((strcmp(proto, "dhcp") == 0 ? 1 : 0) |
+                                 (strcmp(v4, "1") == 0 && strcmp(proto, "static") != 0 ? 2 : 0));
     }
 }
 
