@@ -1,7 +1,9 @@
 // Checkpoints on a two-port device with real interfaces and files: each kind of change is
 // undone exactly, kills during creation and roll-back leave whole files, a reboot rolls back
 // at the first poll, and a torn or hostile checkpoint is refused with nothing applied.
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <stdint.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -205,6 +207,10 @@ TEST(Checkpoint, RebootOrDeadlineRollsBackAtThePoll)
         EXPECT_EQ(NET_CKPT_EXPIRED, st.iState);
         EXPECT_EQ(reboot ? 0 : 1, st.iSameBoot);
         EXPECT_EQ(0, st.llRemainingMs);
+        int held = open("/etc/libnetwork/checkpoint.lock", O_RDWR | O_CLOEXEC);
+        EXPECT_EQ(0, flock(held, LOCK_EX));
+        EXPECT_EQ(0, NET_CheckpointPoll(nullptr)); // another process at work: not waited for
+        close(held);
         NetRollbackResult res;
         EXPECT_EQ(1, NET_CheckpointPoll(&res)) << res.szDetail;
         EXPECT_EQ(before, state());
