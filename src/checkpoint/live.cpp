@@ -197,7 +197,10 @@ void on_route(const NlMsg &m, void *ctx)
 
 int dump(int fd, uint16_t type, size_t headLen, OnMsg onMsg, Capture &c)
 {
-    uint8_t head[sizeof(rtmsg)] = {}; // the family (AF_UNSPEC) leads every kind
+    // Zeroed, as large as the largest kind: the family (AF_UNSPEC) leads every one.
+    static_assert(sizeof(ifinfomsg) >= sizeof(rtmsg) && sizeof(ifinfomsg) >= sizeof(ifaddrmsg),
+                  "fixed parts");
+    uint8_t head[sizeof(ifinfomsg)] = {};
     Req r(type, NLM_F_DUMP, head, headLen);
     if (type == RTM_GETLINK) {
         uint32_t mask = RTEXT_FILTER_SKIP_STATS;
