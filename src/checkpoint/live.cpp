@@ -312,10 +312,11 @@ void ckpt_log(CallSite site, const char *what, const char *detail)
 void CkptOutcome::fail(uint32_t bit, const char *port, const char *what, int err)
 {
     res.uiFailed |= bit;
-    if (res.szDetail[0] != '\0')
-        return;
-    strncpy(res.szFailedPort, port, sizeof res.szFailedPort - 1);
-    snprintf(res.szDetail, sizeof res.szDetail, "%s %s: %s", port, what, strerror(err));
+    if (port[0] != '\0' && res.szFailedPort[0] == '\0')
+        strncpy(res.szFailedPort, port, sizeof res.szFailedPort - 1);
+    if (res.szDetail[0] == '\0')
+        snprintf(res.szDetail, sizeof res.szDetail, "%s%s%s: %s", port, port[0] ? " " : "", what,
+                 strerror(err));
 }
 
 bool ckpt_capture(CkptFixed &f)

@@ -20,6 +20,7 @@ bool ckpt_capture(CkptFixed &f);
 struct CkptOutcome {
     uint32_t tried;
     NetRollbackResult res;
+    // Marks bit failed; the first port ("" for a file) and the first failure are kept.
     void fail(uint32_t bit, const char *port, const char *what, int err);
 };
 

@@ -1,6 +1,7 @@
 // Checkpoints on a two-port device with real interfaces and files: each kind of change is
 // undone exactly, kills during creation and roll-back leave whole files, a reboot rolls back
-// at the first poll, and a torn or hostile checkpoint is refused with nothing applied.
+// at the first poll, a torn or hostile checkpoint is refused with nothing applied, and a
+// roll-back that cannot put a port back says so and still drops the checkpoint.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/file.h>
@@ -228,7 +229,7 @@ uint32_t fnv1a(const std::string &s, size_t from)
     return h;
 }
 
-TEST(Checkpoint, RefusalsLeaveEverythingAsItIs)
+TEST(Checkpoint, RefusedFilesApplyNothingAndFailuresAreTold)
 {
     REQUIRE_SANDBOX();
     device();
@@ -274,6 +275,22 @@ TEST(Checkpoint, RefusalsLeaveEverythingAsItIs)
         EXPECT_EQ(kPkgV1, sandbox::read_file(kPkg));
     }
     EXPECT_EQ(0, NET_CheckpointConfirm()); // drops even a refused file
+    EXPECT_FALSE(sandbox::file_exists(kCkpt));
+
+    // A port gone since: the rest comes back, the failure is told, the checkpoint dropped.
+    ASSERT_EQ(0, NET_CheckpointCreate(60));
+    sandbox::write_file(kPkg, kPkgV0, 0600);
+    sandbox::must("ip link del lan2 && ip route replace default via 192.168.1.254 dev lan1");
+    NetRollbackResult res;
+    EXPECT_EQ(-1, NET_CheckpointRollback(&res));
+    EXPECT_EQ(NET_CKPT_R_PACKAGE | NET_CKPT_R_RESOLV, res.uiRestored);
+    EXPECT_EQ(NET_CKPT_R_LINK | NET_CKPT_R_MTU | NET_CKPT_R_IPV4 | NET_CKPT_R_IPV6 |
+                  NET_CKPT_R_ROUTES,
+              res.uiFailed);
+    EXPECT_STREQ("lan2", res.szFailedPort);
+    EXPECT_NE(0, res.szDetail[0]);
+    EXPECT_EQ(kPkgV1, sandbox::read_file(kPkg));
+    EXPECT_EQ("default via 192.168.1.1 dev lan1 \n", sandbox::sh_out("ip route show default"));
     EXPECT_FALSE(sandbox::file_exists(kCkpt));
 }
 
