@@ -209,7 +209,9 @@ int dump(int fd, uint16_t type, size_t headLen, OnMsg onMsg, Capture &c)
     return talk(fd, r, onMsg, &c);
 }
 
-bool capture(int fd, CkptFixed &f)
+// 0; E2BIG when a port holds more than a record keeps (the rest read, the line logged);
+// else the errno of the failed dump.
+int capture(int fd, CkptFixed &f)
 {
     Capture c = {&f, {}, false};
     for (unsigned i = 0; i < f.nports; ++i) {
@@ -226,13 +228,13 @@ bool capture(int fd, CkptFixed &f)
         err = dump(fd, RTM_GETROUTE, sizeof(rtmsg), on_route, c);
     if (err != 0) {
         ckpt_log(NET_HERE, "reading the live state failed", strerror(err));
-        return false;
+        return err;
     }
     if (c.full) {
         ckpt_log(NET_HERE, "a port holds more addresses or routes than a checkpoint keeps");
-        return false;
+        return E2BIG;
     }
-    return true;
+    return 0;
 }
 
 UniqueFd open_rtnl()
@@ -322,7 +324,7 @@ void CkptOutcome::fail(uint32_t bit, const char *port, const char *what, int err
 bool ckpt_capture(CkptFixed &f)
 {
     UniqueFd fd = open_rtnl();
-    return fd.valid() && capture(fd.get(), f);
+    return fd.valid() && capture(fd.get(), f) == 0;
 }
 
 void ckpt_restore_live(const CkptFixed &want, CkptOutcome &out)
@@ -334,9 +336,13 @@ void ckpt_restore_live(const CkptFixed &want, CkptOutcome &out)
     UniqueFd fd = open_rtnl();
     if (want.nports > 0)
         out.tried |= live;
-    if (!fd.valid() || !capture(fd.get(), now)) {
+    // Past what a record keeps, the first ones are put right and the failure is told.
+    int err = fd.valid() ? capture(fd.get(), now) : errno;
+    if (err == E2BIG)
+        out.fail(NET_CKPT_R_IPV4 | NET_CKPT_R_IPV6 | NET_CKPT_R_ROUTES, "", "live state", err);
+    else if (err != 0) {
         if (want.nports > 0)
-            out.fail(live, want.ports[0].name, "live state unreadable", errno ? errno : EIO);
+            out.fail(live, want.ports[0].name, "live state unreadable", err);
         return;
     }
     int index[kCkptPorts] = {};
@@ -370,8 +376,11 @@ void ckpt_restore_live(const CkptFixed &want, CkptOutcome &out)
     }
     // Routes as they stand after the address changes: those added since go, recorded ones
     // are set.
-    if (!capture(fd.get(), now)) {
-        out.fail(NET_CKPT_R_ROUTES, want.ports[0].name, "routes unreadable", EIO);
+    err = capture(fd.get(), now);
+    if (err == E2BIG)
+        out.fail(NET_CKPT_R_ROUTES, "", "routes", err);
+    else if (err != 0) {
+        out.fail(NET_CKPT_R_ROUTES, want.ports[0].name, "routes unreadable", err);
         return;
     }
     for (unsigned i = 0; i < want.nports; ++i) {
