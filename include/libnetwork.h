@@ -1219,6 +1219,82 @@ NET_API int NET_EventRead(int iFd, NetEvent *pstEvent);
 /* Closes the descriptor and frees what the library kept for it. 0, or -1 when it is not one. */
 NET_API int NET_EventClose(int iFd);
 
+/* ======================================================================================
+ * Checkpoints: changes that undo themselves unless confirmed
+ *   (src/checkpoint/)
+ * ====================================================================================== */
+/* A checkpoint records the "network" package file, /etc/resolv.conf and the live state of
+ * the device's ports (up or down, MTU, IPv4 address and mask, IPv6 global addresses, the
+ * default and static routes), with the stored DHCP modes, in one file written crash-safely
+ * to persistent storage, with a deadline. Unless confirmed before the deadline, the next
+ * NET_CheckpointPoll puts the stored state back first, then the live state. A checkpoint
+ * outlives a crash of its creator and a reboot: after a reboot the first poll rolls back at
+ * once. One checkpoint at a time. No thread and no timer of the library's own: the caller
+ * polls (a main loop, a timer, or "netlibctl checkpoint poll" from a start script). */
+
+/* NetCheckpoint.iState */
+typedef enum {
+    NET_CKPT_NONE = 0,    /* no checkpoint */
+    NET_CKPT_PENDING = 1, /* waiting for confirmation; llRemainingMs until roll-back */
+    NET_CKPT_EXPIRED = 2  /* deadline passed or the device rebooted: the next poll rolls back */
+} NetCheckpointState;
+
+/* NET_CheckpointCreate's result when a checkpoint is pending already (left as it is). */
+#define NET_CKPT_BUSY (-2)
+
+typedef struct {
+    int32_t iState;        /* NetCheckpointState */
+    uint32_t uiTimeoutS;   /* as created */
+    int64_t llRemainingMs; /* until the deadline; 0 when expired, -1 when none */
+    int64_t llCreatedUnix; /* wall-clock time of creation, for people; 0 when none */
+    int32_t iSameBoot;     /* 1 when created since the device last started, else 0 */
+    int32_t iReserved;     /* zero */
+} NetCheckpoint;
+
+NET_LAYOUT_CHECK(offsetof(NetCheckpoint, llRemainingMs) == 8, ckpt_remaining);
+NET_LAYOUT_CHECK(sizeof(NetCheckpoint) == 32, ckpt_size);
+
+/* What a roll-back put back (NetRollbackResult.uiRestored) or could not (uiFailed). */
+#define NET_CKPT_R_PACKAGE 0x001u /* the "network" package file */
+#define NET_CKPT_R_RESOLV 0x002u  /* /etc/resolv.conf */
+#define NET_CKPT_R_LINK 0x004u    /* up or down */
+#define NET_CKPT_R_MTU 0x008u     /* MTU */
+#define NET_CKPT_R_IPV4 0x010u    /* IPv4 address and mask */
+#define NET_CKPT_R_IPV6 0x020u    /* IPv6 global addresses */
+#define NET_CKPT_R_ROUTES 0x040u  /* default and static routes */
+#define NET_CKPT_R_DHCP 0x080u    /* DHCP ports: the network restart that starts their client */
+
+typedef struct {
+    uint32_t uiRestored;   /* NET_CKPT_R_* that were put back (or were already as recorded) */
+    uint32_t uiFailed;     /* NET_CKPT_R_* that could not be; 0 when all came back */
+    int32_t iPorts;        /* ports whose live state was handled */
+    char szFailedPort[16]; /* the first port where something failed, "" when none */
+    char szDetail[108];    /* the first failure in words, "" when none */
+} NetRollbackResult;
+
+NET_LAYOUT_CHECK(offsetof(NetRollbackResult, szDetail) == 28, rollback_detail);
+NET_LAYOUT_CHECK(sizeof(NetRollbackResult) == 136, rollback_size);
+
+/* Records the state and sets the deadline uiTimeoutS seconds ahead (1..86400, on the boot
+ * clock, so a changed wall clock moves nothing). 0; NET_CKPT_BUSY when one is pending;
+ * -1 on bad input, when it could not be written (nothing is left behind), or when a
+ * checkpoint file is there that cannot be read (NET_CheckpointConfirm drops it). */
+NET_API int NET_CheckpointCreate(unsigned int uiTimeoutS);
+/* Keeps the changes made since: drops the checkpoint, even one that cannot be read. 0, or -1
+ * when there is none. */
+NET_API int NET_CheckpointConfirm(void);
+/* Puts back what was recorded, stored state first, and drops the checkpoint; *pstRes (may
+ * be NULL) says what came back. 0 when everything did; -1 when there was no checkpoint, it
+ * was unreadable (nothing applied), or something could not be put back (see *pstRes). */
+NET_API int NET_CheckpointRollback(NetRollbackResult *pstRes);
+/* Rolls back when the deadline has passed or the device rebooted since the checkpoint was
+ * made. 0 when nothing was due (none, still pending, or another process is at work on it:
+ * a poll never waits for one), 1 when it rolled back and everything came back, -1 on error
+ * or when something could not (see *pstRes). */
+NET_API int NET_CheckpointPoll(NetRollbackResult *pstRes);
+/* Fills *pstCkpt. 0, or -1 on a null pointer or an unreadable checkpoint file. */
+NET_API int NET_CheckpointStatus(NetCheckpoint *pstCkpt);
+
 #ifdef __cplusplus
 }
 #endif
