@@ -286,6 +286,17 @@ def build_table(fig, build_dir):
     scale_row(t, fig, "NET_SetEtherCfg, 10-1000 sections", "NET_SetEtherCfg", "write", sections,
               "section")
 
+    ck = "Checkpoints (wall time)"
+    t.ratio(fig, ck, "NET_CheckpointRollback, no DHCP", "ckpt/rollback", "ckpt/rollback/base", 1.0,
+            "(the same undone by ip addr, ip route, ip link and cp in one shell)")
+    rb = fig.time_ns("ckpt/rollback")
+    t.add(ck, "NET_CheckpointRollback, no DHCP (ms)", None if rb is None else rb / 1e6, "<= 100 ms",
+          100.0, "two ports: addresses, gateway, static route, MTU, resolver and package files")
+    size = fig.counter("ckpt/create", "file_bytes")
+    t.add(ck, "checkpoint file (bytes)", size, "-", None,
+          f"NET_CheckpointCreate {fmt_time(fig.time_ns('ckpt/create'))}, both files included",
+          fmt="{:.0f}")
+
     footprint_rows(t, fig, build_dir)
     return t
 

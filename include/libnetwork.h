@@ -1272,9 +1272,11 @@ NET_LAYOUT_CHECK(sizeof(NetRollbackResult) == 136, rollback_size);
 
 /* Records the state and sets the deadline uiTimeoutS seconds ahead (1..86400, on the boot
  * clock, so a changed wall clock moves nothing). 0; NET_CKPT_BUSY when one is pending;
- * -1 on bad input or when it could not be written (nothing is left behind). */
+ * -1 on bad input, when it could not be written (nothing is left behind), or when a
+ * checkpoint file is there that cannot be read (NET_CheckpointConfirm drops it). */
 NET_API int NET_CheckpointCreate(unsigned int uiTimeoutS);
-/* Keeps the changes made since: drops the checkpoint. 0, or -1 when there is none. */
+/* Keeps the changes made since: drops the checkpoint, even one that cannot be read. 0, or -1
+ * when there is none. */
 NET_API int NET_CheckpointConfirm(void);
 /* Puts back what was recorded, stored state first, and drops the checkpoint; *pstRes (may
  * be NULL) says what came back. 0 when everything did; -1 when there was no checkpoint, it

@@ -161,7 +161,7 @@ void boot_id(char out[40])
     out[strcspn(out, "\n")] = '\0';
 }
 
-// The ports' stored modes, from the package as libuci reads it.
+// The ports' stored IPv4 modes, from the package as libuci reads it.
 void dhcp_modes(CkptFixed &f)
 {
     UciPackage pkg;
@@ -177,8 +177,10 @@ void dhcp_modes(CkptFixed &f)
             NET_GetOption(sec, "ipv4dhcp", v4, sizeof v4);
             NET_GetOption(sec, "proto", proto, sizeof proto);
         }
-        p.dhcp = static_cast<uint8_t>((strcmp(v4, "1") == 0 ? 1 : 0) |
-                                      (strncmp(proto, "dhcp", 4) == 0 ? 2 : 0));
+        // As the network service reads them: "proto" dhcp, or "ipv4dhcp" 1 unless static.
+        p.dhcp =
+            static_cast<uint8_t>((strcmp(proto, "dhcp") == 0 ? 1 : 0) |
+                                 (strcmp(v4, "1") == 0 && strcmp(proto, "static") != 0 ? 2 : 0));
     }
 }
 
@@ -188,13 +190,13 @@ enum class Read { None, Bad, Ok };
 Read load(Blob &file, CkptRecord &rec)
 {
     if (read_all(kCkptPath, file) != 0) {
-        NET_LOG(NET_LVL_ERR, "checkpoint: %s unreadable: %s.\n", kCkptPath, strerror(errno));
+        ckpt_log(NET_HERE, NETLIB_CKPT_DIR "/checkpoint unreadable", strerror(errno));
         return Read::Bad;
     }
     if (!file.present)
         return Read::None;
     if (const char *why = ckpt_parse(file.p, file.len, rec)) {
-        NET_LOG(NET_LVL_ERR, "checkpoint: %s refused (%s): nothing applied.\n", kCkptPath, why);
+        ckpt_log(NET_HERE, NETLIB_CKPT_DIR "/checkpoint refused, nothing applied", why);
         return Read::Bad;
     }
     return Read::Ok;
@@ -215,7 +217,7 @@ bool lock(FileLock &l)
     mkdir(kCkptDir, 0755);
     if (l.take(kCkptLock, true))
         return true;
-    NET_LOG(NET_LVL_ERR, "checkpoint: lock %s: %s.\n", kCkptLock, strerror(errno));
+    ckpt_log(NET_HERE, "lock", strerror(errno));
     return false;
 }
 
@@ -240,7 +242,7 @@ int roll_back(CkptOutcome &out, bool poll)
     int64_t remaining;
     if (r == Read::None) {
         if (!poll)
-            NET_LOG(NET_LVL_ERR, "checkpoint: none to roll back.\n");
+            ckpt_log(NET_HERE, "none to roll back");
         return poll ? 0 : -1;
     }
     if (r == Read::Bad)
@@ -279,7 +281,7 @@ int roll_back(CkptOutcome &out, bool poll)
     NetRollbackResult &res = out.res;
     res.uiRestored = out.tried & ~res.uiFailed;
     if (drop() != 0)
-        NET_LOG(NET_LVL_ERR, "checkpoint: removing %s: %s.\n", kCkptPath, strerror(errno));
+        ckpt_log(NET_HERE, "removing the checkpoint", strerror(errno));
     if (res.uiFailed != 0) {
         NET_LOG(NET_LVL_ERR,
                 "checkpoint rolled back with failures (0x%x): %s; checkpoint dropped.\n",
@@ -317,10 +319,10 @@ int NET_CheckpointCreate(unsigned int uiTimeoutS)
     CkptRecord rec;
     switch (load(file, rec)) {
     case Read::Ok:
-        NET_LOG(NET_LVL_ERR, "checkpoint: one is pending already.\n");
+        ckpt_log(NET_HERE, "one is pending already");
         return NET_CKPT_BUSY;
     case Read::Bad:
-        NET_LOG(NET_LVL_ERR, "checkpoint: NET_CheckpointConfirm drops the file refused.\n");
+        ckpt_log(NET_HERE, "NET_CheckpointConfirm drops the file refused");
         return -1;
     case Read::None:
         break;
@@ -336,8 +338,7 @@ int NET_CheckpointCreate(unsigned int uiTimeoutS)
     memcpy(f.ports[1].name, names.szSecondName, sizeof f.ports[1].name - 1);
     if (read_all(kPackagePath, pkg) != 0 || read_all(kResolvPath, resolv) != 0 ||
         pkg.len > kCkptMaxBlob || resolv.len > kCkptMaxBlob) {
-        NET_LOG(NET_LVL_ERR, "checkpoint: reading the stored files failed: %s.\n",
-                strerror(errno ? errno : EFBIG));
+        ckpt_log(NET_HERE, "reading the stored files failed", strerror(errno ? errno : EFBIG));
         return -1;
     }
     if (!ckpt_capture(f))
@@ -357,7 +358,7 @@ int NET_CheckpointCreate(unsigned int uiTimeoutS)
     Blob out;
     out.p = ckpt_serialise(rec, &len);
     if (out.p == nullptr || write_whole(kCkptPath, kCkptTemp, out.p, len, 0600) != 0) {
-        NET_LOG(NET_LVL_ERR, "checkpoint: writing %s failed: %s.\n", kCkptPath, strerror(errno));
+        ckpt_log(NET_HERE, "writing the checkpoint failed", strerror(errno));
         return -1;
     }
     NET_LOG(NET_LVL_INFO, "checkpoint created: roll-back in %u s unless confirmed.\n", uiTimeoutS);
@@ -370,7 +371,7 @@ int NET_CheckpointConfirm(void)
     if (!lock(l))
         return -1;
     if (drop() != 0) {
-        NET_LOG(NET_LVL_ERR, "checkpoint: none to confirm (%s).\n", strerror(errno));
+        ckpt_log(NET_HERE, "none to confirm", strerror(errno));
         return -1;
     }
     NET_LOG(NET_LVL_INFO, "checkpoint confirmed.\n");

@@ -222,12 +222,11 @@ bool capture(int fd, CkptFixed &f)
     if (err == 0)
         err = dump(fd, RTM_GETROUTE, sizeof(rtmsg), on_route, c);
     if (err != 0) {
-        NET_LOG(NET_LVL_ERR, "checkpoint: reading the live state failed: %s.\n", strerror(err));
+        ckpt_log(NET_HERE, "reading the live state failed", strerror(err));
         return false;
     }
     if (c.full) {
-        NET_LOG(NET_LVL_ERR, "checkpoint: a port holds more than %u addresses or routes.\n",
-                kCkptAddrs);
+        ckpt_log(NET_HERE, "a port holds more addresses or routes than a checkpoint keeps");
         return false;
     }
     return true;
@@ -237,7 +236,7 @@ UniqueFd open_rtnl()
 {
     UniqueFd fd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
     if (!fd.valid())
-        NET_LOG(NET_LVL_ERR, "checkpoint: socket(NETLINK_ROUTE) failed: %s.\n", strerror(errno));
+        ckpt_log(NET_HERE, "socket(NETLINK_ROUTE)", strerror(errno));
     return fd;
 }
 
@@ -300,6 +299,12 @@ uint32_t family_bit(uint8_t family)
 }
 
 } // namespace
+
+void ckpt_log(CallSite site, const char *what, const char *detail)
+{
+    NET_LOG_AT(site, NET_LVL_ERR, "checkpoint: %s%s%s.\n", what, detail ? ": " : "",
+               detail ? detail : "");
+}
 
 void CkptOutcome::fail(uint32_t bit, const char *port, const char *what, int err)
 {

@@ -2,11 +2,15 @@
 // requests (addresses, routes) and the link calls (up or down, MTU).
 #pragma once
 
+#include "base/log.h"
 #include "checkpoint/record.h"
 #include "libnetwork.h"
 
 namespace netlib
 {
+
+// An error line under the caller's name: "checkpoint: <what>[: <detail>]."
+void ckpt_log(CallSite site, const char *what, const char *detail = nullptr);
 
 // Fills the live fields of the ports whose names are set (f.nports of them). False, logged,
 // when the kernel could not be asked or a port holds more than a record keeps.

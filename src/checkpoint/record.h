@@ -54,7 +54,7 @@ struct CkptPort {
     char name[16];
     uint8_t present; // the interface existed when recorded
     uint8_t up;
-    uint8_t dhcp; // stored mode: bit 0 "ipv4dhcp" is 1, bit 1 "proto" is dhcp or dhcpv6
+    uint8_t dhcp; // stored IPv4 mode, non-zero for DHCP: bit 0 "proto", bit 1 "ipv4dhcp"
     uint8_t naddrs;
     uint8_t nroutes;
     uint8_t pad[3];
@@ -79,6 +79,9 @@ struct CkptFixed {
     CkptPort ports[kCkptPorts];
 };
 
+// The bytes on disk: the same on every target the library is built for.
+static_assert(sizeof(CkptPort) == 1116 && sizeof(CkptFixed) == 2312, "checkpoint layout");
+
 // A record: the fixed part and views of the two files' bytes (into the bytes parsed, or the
 // buffers read at creation).
 struct CkptRecord {
@@ -95,6 +98,7 @@ struct CkptHeader {
     uint32_t checksum;
     uint32_t pad;
 };
+static_assert(sizeof(CkptHeader) == 24, "checkpoint header");
 constexpr char kCkptMagic[8] = {'N', 'E', 'T', 'C', 'K', 'P', 'T', '\n'};
 
 uint32_t ckpt_fnv1a(const uint8_t *p, size_t n);

@@ -22,7 +22,8 @@ namespace
 
 const char kCkpt[] = "/etc/libnetwork/checkpoint";
 const char kPkg[] = "/etc/config/network";
-const char kPkgV0[] = "\nconfig interface 'lan1'\n\toption proto 'static'\n\toption ipv4dhcp '0'\n"
+// lan1 as the device's default package has it: DHCPv6, IPv4 static.
+const char kPkgV0[] = "\nconfig interface 'lan1'\n\toption proto 'dhcpv6'\n\toption ipv4dhcp '0'\n"
                       "\nconfig interface 'lan2'\n\toption proto 'static'\n\toption ipv4dhcp '0'\n";
 const char kPkgV1[] = "\nconfig interface 'lan1'\n\toption proto 'static'\n\toption mtu '1280'\n";
 
