@@ -41,6 +41,7 @@ struct Port {
     std::vector<Addr6> ipv6;
     std::vector<Route> routes;
     bool dhcp4 = false, dhcp6 = false;
+    std::string proto; // stored; "" when absent
 };
 
 bool read_file(const char *path, std::string *out)
@@ -104,6 +105,12 @@ Port read_port(const char *ifn)
     p.name = ifn;
     p.dhcp4 = NET_IsDhcpMode(ifn) == 1;
     p.dhcp6 = NET_IsDhcpv6Mode(ifn) == 1;
+    Package pkg("network");
+    struct uci_section *s =
+        pkg.get() ? NET_GetSection(pkg.get(), NET_GetUciNameByIfName(ifn)) : nullptr;
+    char proto[64] = {0};
+    if (s != nullptr && NET_GetOption(s, "proto", proto, sizeof proto) == 0)
+        p.proto = proto;
     p.exists = NET_GetMtu(ifn, &p.mtu) == 0;
     if (!p.exists)
         return p;
@@ -156,19 +163,20 @@ void port_json(Json &j, const Port &p)
         .begin_object("dhcp")
         .boolean("ipv4", p.dhcp4)
         .boolean("ipv6", p.dhcp6)
+        .str("proto", opt(p.proto))
         .end_object()
         .end_object();
 }
 
 void port_text(const Port &p)
 {
-    const char *dhcp4 = p.dhcp4 ? "on" : "off", *dhcp6 = p.dhcp6 ? "on" : "off";
-    if (!p.exists) {
-        printf("%s: absent, dhcp ipv4 %s ipv6 %s\n", p.name.c_str(), dhcp4, dhcp6);
+    char head[64] = "absent";
+    if (p.exists)
+        snprintf(head, sizeof head, "%s mtu %d", p.up ? "up" : "down", p.mtu);
+    printf("%s: %s, proto %s, dhcp ipv4 %s ipv6 %s\n", p.name.c_str(), head,
+           or_dash(p.proto.c_str()), p.dhcp4 ? "on" : "off", p.dhcp6 ? "on" : "off");
+    if (!p.exists)
         return;
-    }
-    printf("%s: %s mtu %d, dhcp ipv4 %s ipv6 %s\n", p.name.c_str(), p.up ? "up" : "down", p.mtu,
-           dhcp4, dhcp6);
     if (!p.addr.empty())
         printf("  inet %s netmask %s\n", p.addr.c_str(), or_dash(p.mask.c_str()));
     for (const Addr6 &a : p.ipv6)
@@ -345,10 +353,10 @@ const Command kCommands[] = {
     {"state", "[--json] [INTERFACE]", "the stored and live state a checkpoint holds, sorted",
      "Per port (the device's, or INTERFACE): up or down, MTU, IPv4 address and netmask,\n"
      "IPv6 addresses but link-local, the default gateway, the other routes of the port but\n"
-     "the subnet route of its address, and the stored DHCP modes. Then the package \"network\"\n"
-     "(a digest of the file, its sections and options sorted by name) and /etc/resolv.conf.\n"
-     "Two prints of the same state are byte for byte the same; with --json absent values\n"
-     "are null.",
+     "the subnet route of its address, the stored proto and DHCP modes. Then the package\n"
+     "\"network\" (a digest of the file, its sections and options sorted by name) and\n"
+     "/etc/resolv.conf. Two prints of the same state are byte for byte the same; with --json\n"
+     "absent values are null.",
      state},
 };
 
