@@ -1283,8 +1283,9 @@ NET_API int NET_CheckpointConfirm(void);
  * was unreadable (nothing applied), or something could not be put back (see *pstRes). */
 NET_API int NET_CheckpointRollback(NetRollbackResult *pstRes);
 /* Rolls back when the deadline has passed or the device rebooted since the checkpoint was
- * made. 0 when nothing was due (none, or still pending), 1 when it rolled back and
- * everything came back, -1 on error or when something could not (see *pstRes). */
+ * made. 0 when nothing was due (none, still pending, or another process is at work on it:
+ * a poll never waits for one), 1 when it rolled back and everything came back, -1 on error
+ * or when something could not (see *pstRes). */
 NET_API int NET_CheckpointPoll(NetRollbackResult *pstRes);
 /* Fills *pstCkpt. 0, or -1 on a null pointer or an unreadable checkpoint file. */
 NET_API int NET_CheckpointStatus(NetCheckpoint *pstCkpt);

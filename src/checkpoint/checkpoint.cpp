@@ -30,10 +30,10 @@ namespace
 class FileLock
 {
   public:
-    bool take(const char *path, bool create)
+    bool take(const char *path, bool create, bool wait = true)
     {
         fd_.reset(open(path, O_RDWR | O_CLOEXEC | O_NOFOLLOW | (create ? O_CREAT : 0), 0600));
-        while (fd_.valid() && flock(fd_.get(), LOCK_EX) != 0)
+        while (fd_.valid() && flock(fd_.get(), wait ? LOCK_EX : LOCK_EX | LOCK_NB) != 0)
             if (errno != EINTR)
                 fd_.reset();
         return fd_.valid();
@@ -212,12 +212,13 @@ bool due(const CkptFixed &f, int64_t *remainingMs)
     return *remainingMs == 0;
 }
 
-bool lock(FileLock &l)
+bool lock(FileLock &l, bool wait = true)
 {
     mkdir(kCkptDir, 0755);
-    if (l.take(kCkptLock, true))
+    if (l.take(kCkptLock, true, wait))
         return true;
-    ckpt_log(NET_HERE, "lock", strerror(errno));
+    if (errno != EWOULDBLOCK)
+        ckpt_log(NET_HERE, "lock", strerror(errno));
     return false;
 }
 
@@ -233,9 +234,11 @@ int drop()
 // 0 not due, 1 done whole, 2 done with failures.
 int roll_back(CkptOutcome &out, bool poll)
 {
+    // A poll finds another process at work (a roll-back whose network restart may run a
+    // poll itself) and leaves it to finish rather than wait for it.
     FileLock l;
-    if (!lock(l))
-        return -1;
+    if (!lock(l, !poll))
+        return poll && errno == EWOULDBLOCK ? 0 : -1;
     Blob file;
     CkptRecord rec;
     Read r = load(file, rec);
