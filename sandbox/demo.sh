@@ -138,6 +138,33 @@ step netlibctl ping "$first" 192.168.1.1
 step netlibctl announce "$first"
 step netlibctl announce --rfc --fast "$first" 192.168.1.20
 
+title "A wrong address under try: the neighbour loses the camera until the roll-back 3 s later"
+nb_ping() {
+    if nb ping -c 1 -W 1 192.168.1.20 >/dev/null; then
+        echo "(neighbour: 192.168.1.20 answers ping)"
+    else
+        echo "(neighbour: 192.168.1.20 is unreachable)"
+        return 1
+    fi
+}
+nb_ping
+printf '\n$ netlibctl try --timeout 3 -- addr set %s 192.168.1.77 255.255.255.0    (no one confirms)\n' "$first"
+netlibctl try --timeout 3 -- addr set "$first" 192.168.1.77 255.255.255.0 </dev/null &
+try=$!
+for _ in $(seq 50); do
+    netlibctl addr show "$first" | grep -q 192.168.1.77 && break
+    sleep 0.1
+done
+if nb_ping; then
+    echo "demo.sh: the wrong address left the camera reachable" >&2
+    exit 1
+fi
+rc=0
+wait "$try" || rc=$?
+echo "(try ended with status $rc: rolled back)"
+[ "$rc" -eq 1 ]
+nb_ping
+
 if command -v arping >/dev/null; then
     title "MAC monitor for 3 s, while the neighbour sends ARP with $first's MAC for a moment"
     mac=$(netlibctl mac "$first")

@@ -43,6 +43,8 @@ CommandList check_commands();
 CommandList mig_commands();
 CommandList drv_commands();
 CommandList monitor_commands();
+CommandList state_commands();
+CommandList checkpoint_commands();
 
 // Exit statuses: 0 success, 1 the library call failed, 2 bad usage.
 constexpr int kExitFail = 1;

@@ -32,6 +32,8 @@ const Group kGroups[] = {
     {"Configuration layouts", mig_commands},
     {"Driver interface table", drv_commands},
     {"Kernel events", monitor_commands},
+    {"Stored and live state", state_commands},
+    {"Checkpoints: changes undone unless confirmed", checkpoint_commands},
 };
 
 std::vector<const Command *> all_commands()

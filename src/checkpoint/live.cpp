@@ -383,18 +383,24 @@ void ckpt_restore_live(const CkptFixed &want, CkptOutcome &out)
         out.fail(NET_CKPT_R_ROUTES, want.ports[0].name, "routes unreadable", err);
         return;
     }
+    // Every port's new routes go before any recorded one is set: a default route another
+    // port gained since would otherwise stand beside the recorded one and refuse it.
     for (unsigned i = 0; i < want.nports; ++i) {
         const CkptPort &w = want.ports[i], &n = now.ports[i];
-        if (!w.present || index[i] == 0)
-            continue;
-        for (unsigned k = 0; k < n.nroutes; ++k)
+        for (unsigned k = 0; w.present && index[i] != 0 && k < n.nroutes; ++k)
             if (!holds(w.routes, w.nroutes, n.routes[k]))
                 if (int err = change_route(fd.get(), RTM_DELROUTE, index[i], n.routes[k]))
                     if (err != ESRCH)
                         out.fail(NET_CKPT_R_ROUTES, w.name, "route removal", err);
+    }
+    for (unsigned i = 0; i < want.nports; ++i) {
+        const CkptPort &w = want.ports[i], &n = now.ports[i];
+        if (!w.present || index[i] == 0)
+            continue;
         for (unsigned k = 0; k < w.nroutes; ++k)
-            if (int err = change_route(fd.get(), RTM_NEWROUTE, index[i], w.routes[k]))
-                out.fail(NET_CKPT_R_ROUTES, w.name, "route", err);
+            if (!holds(n.routes, n.nroutes, w.routes[k]))
+                if (int err = change_route(fd.get(), RTM_NEWROUTE, index[i], w.routes[k]))
+                    out.fail(NET_CKPT_R_ROUTES, w.name, "route", err);
         if (!w.up && n.up && NET_IntfDown(w.name) != 0)
             out.fail(NET_CKPT_R_LINK, w.name, "down", errno);
     }

@@ -91,7 +91,7 @@ TEST(CliHabits, LinesAsUsersOfIpAndUciTypeThem)
         {"netlibctl addr6 sh -br", "", 0, "2001:db8:1::10/64"},
         {"netlibctl l s --brief", "", 0, "mtu 1500"},
         {"netlibctl link show", "", 0, "lan2: mtu 1500"},
-        {"netlibctl c s", "", 2, "ambiguous command 'c' (cfg, check)"},
+        {"netlibctl c s", "", 2, "ambiguous command 'c' (cfg, check, checkpoint)"},
         {"netlibctl cfg del-s", "", 2, "missing SECTION"},
         {"netlibctl names -br", "", 2, "--brief is read by addr show"},
         {"netlibctl a s nope", "", 1, "INTERFACE 'nope' does not exist"},
