@@ -38,6 +38,12 @@ done
 if ! diff -u "$tmp/map" "$tmp/lib" >"$tmp/d"; then
     echo "version script (-) and library exports (+) differ:"; cat "$tmp/d"; status=1
 fi
+# Exported variables must stay interposable (src/interposable.list): a program that reads
+# one holds its own copy, and the library must write that copy.
+list="$(dirname "$map")/interposable.list"
+for v in $(nm -D --defined-only "$lib" | awk '$2 ~ /^[BDRV]$/ {print $3}' | sed 's/@.*//'); do
+    grep -q "^ *$v;" "$list" || { echo "exported variable $v is missing from $list"; status=1; }
+done
 # Run-time needs: the C library, the companion libraries, libuci; never the C++ runtime.
 needed=$(readelf -d "$lib" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
 for n in $needed; do
