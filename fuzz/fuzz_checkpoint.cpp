@@ -8,19 +8,13 @@
 #include <string.h>
 
 #include "checkpoint/record.h"
+#include "fuzz_support.h"
 
 using namespace netlib;
+using fuzzsupport::require;
 
 namespace
 {
-
-void check(bool ok, const char *what)
-{
-    if (!ok) {
-        fprintf(stderr, "broken promise: %s\n", what);
-        abort();
-    }
-}
 
 } // namespace
 
@@ -38,14 +32,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     CkptRecord rec;
     if (ckpt_parse(buf, size, rec) == nullptr) {
         const CkptFixed &f = rec.f;
-        check(f.nports <= kCkptPorts, "ports");
-        check(rec.pkg >= buf + head && rec.resolv + f.resolvLen == buf + size, "views");
+        require(f.nports <= kCkptPorts, "ports");
+        require(rec.pkg >= buf + head && rec.resolv + f.resolvLen == buf + size, "views");
         for (unsigned i = 0; i < f.nports; ++i)
-            check(memchr(f.ports[i].name, '\0', 16) != nullptr, "name");
+            require(memchr(f.ports[i].name, '\0', 16) != nullptr, "name");
         size_t len = 0;
         uint8_t *out = ckpt_serialise(rec, &len);
-        check(out != nullptr && len == size && memcmp(out + head, buf + head, size - head) == 0,
-              "round trip");
+        require(out != nullptr && len == size && memcmp(out + head, buf + head, size - head) == 0,
+                "round trip");
         free(out);
     }
     free(buf);

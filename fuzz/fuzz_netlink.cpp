@@ -11,19 +11,13 @@
 #include "events/netlink_walk.h"
 #include "events/watch.h"
 #include "libnetwork.h"
+#include "fuzz_support.h"
 
 using namespace netlib;
+using fuzzsupport::require;
 
 namespace
 {
-
-void check(bool ok, const char *what)
-{
-    if (!ok) {
-        fprintf(stderr, "broken promise: %s\n", what);
-        abort();
-    }
-}
 
 bool terminated(const char *s, size_t cap)
 {
@@ -48,12 +42,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         NlMsgWalk walk(buf, size - 1);
         NlMsg msg;
         while (walk.next(&msg)) {
-            check(msg.data >= buf && msg.data + msg.len <= buf + size - 1, "message within input");
+            require(msg.data >= buf && msg.data + msg.len <= buf + size - 1,
+                    "message within input");
             NlAttrWalk attrs(msg.data, msg.len);
             NlAttr a;
             while (attrs.next(&a))
-                check(a.data >= msg.data && a.data + a.len <= msg.data + msg.len,
-                      "attribute within message");
+                require(a.data >= msg.data && a.data + a.len <= msg.data + msg.len,
+                        "attribute within message");
             // The first pass learns when asked to, the second reports against what it learned.
             watch_message(w, msg, 1, pass == 0 && (mode & 0x40));
         }
@@ -63,13 +58,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     NetEvent ev;
     unsigned n = 0;
     while (watch_pop(w, &ev)) {
-        check(++n <= kWatchQueue + 1, "queue bound");
-        check(ev.iKind >= NET_EVENT_OVERRUN && ev.iKind <= NET_EVENT_ROUTE_DEL, "known kind");
-        check(terminated(ev.szIfName, sizeof ev.szIfName), "terminated name");
-        check(terminated(ev.szAddr, sizeof ev.szAddr), "terminated address");
-        check(terminated(ev.szGateway, sizeof ev.szGateway), "terminated gateway");
-        check(memcmp(ev.acReserved, "\0\0\0\0", 4) == 0, "reserved bytes zero");
-        check(ev.iFamily == 0 || ev.iFamily == AF_INET || ev.iFamily == AF_INET6, "family");
+        require(++n <= kWatchQueue + 1, "queue bound");
+        require(ev.iKind >= NET_EVENT_OVERRUN && ev.iKind <= NET_EVENT_ROUTE_DEL, "known kind");
+        require(terminated(ev.szIfName, sizeof ev.szIfName), "terminated name");
+        require(terminated(ev.szAddr, sizeof ev.szAddr), "terminated address");
+        require(terminated(ev.szGateway, sizeof ev.szGateway), "terminated gateway");
+        require(memcmp(ev.acReserved, "\0\0\0\0", 4) == 0, "reserved bytes zero");
+        require(ev.iFamily == 0 || ev.iFamily == AF_INET || ev.iFamily == AF_INET6, "family");
     }
     return 0;
 }

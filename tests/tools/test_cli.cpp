@@ -6,17 +6,14 @@
 #include <string>
 #include <vector>
 
+#include "cli_support.h"
 #include "sandbox.h"
 
 namespace
 {
 
-const std::string kTool = NETLIB_BINARY_DIR "/tools/netlibctl";
-
-struct Outcome {
-    int status;
-    std::string out, err;
-};
+using clitest::kTool;
+using clitest::Outcome;
 
 // One command line (shell text after the tool's name), the log left to the tool's default.
 Outcome ctl(const std::string &args, const std::string &prefix = "")
@@ -83,14 +80,10 @@ bool one_json_object(const std::string &out)
 // (192.168.2.1), the ports holding 192.168.N.10, and their stored package.
 void two_port_device(sandbox::Peer &peer)
 {
-    sandbox::set_device("lan1,lan2");
+    clitest::wire_two_ports(peer);
     std::string pkg;
     for (int n = 1; n <= 2; ++n) {
-        std::string port = "lan" + std::to_string(n), nb = "nb" + std::to_string(n),
-                    net = "192.168." + std::to_string(n);
-        sandbox::veth(port, nb, &peer);
-        peer.must("ip addr add " + net + ".1/24 brd + dev " + nb);
-        sandbox::addr_add(port, net + ".10/24");
+        std::string port = "lan" + std::to_string(n), net = "192.168." + std::to_string(n);
         pkg += "config interface '" + port + "'\n\toption proto 'dhcpv6'\n\toption ipv4dhcp " +
                "'0'\n\toption ipv6dhcp '0'\n\toption cardtype '0'\n\toption ipaddr '" + net +
                ".10'\n\toption netmask '255.255.255.0'\n" +

@@ -8,12 +8,13 @@
 #include <string>
 
 #include "libnetwork.h"
+#include "cli_support.h"
 #include "sandbox.h"
 
 namespace
 {
 
-const std::string kTool = NETLIB_BINARY_DIR "/tools/netlibctl";
+using clitest::kTool;
 
 int ctl(const std::string &args, std::string *out = nullptr)
 {
@@ -34,13 +35,10 @@ std::string state()
 // an IPv6 address; lan2 stored in DHCP mode; a resolver file.
 void two_ports(sandbox::Peer &peer)
 {
-    sandbox::set_device("lan1,lan2");
+    clitest::wire_two_ports(peer);
     std::string pkg;
     for (const char *n : {"1", "2"}) {
         std::string port = std::string("lan") + n, net = std::string("192.168.") + n;
-        sandbox::veth(port, std::string("nb") + n, &peer);
-        peer.must("ip addr add " + net + ".1/24 dev nb" + n);
-        sandbox::addr_add(port, net + ".10/24");
         pkg += "config interface '" + port + "'\n\toption proto '" +
                (*n == '2' ? "dhcp'\n\toption ipv4dhcp '1" : "static'\n\toption ipv4dhcp '0") +
                "'\n\toption ipv6dhcp '0'\n\toption ipaddr '" + net +

@@ -4,12 +4,13 @@
 // '!' must not.
 #include <string>
 
+#include "cli_support.h"
 #include "sandbox.h"
 
 namespace
 {
 
-const std::string kTool = NETLIB_BINARY_DIR "/tools/netlibctl";
+using clitest::kTool;
 
 struct Row {
     const char *line;
@@ -39,12 +40,7 @@ bool device(sandbox::Peer &peer)
 {
     if (sandbox::sh(kTool + " --help >/dev/null 2>&1") != 0)
         return false;
-    sandbox::set_device("lan1,lan2");
-    for (const std::string n : {"1", "2"}) {
-        sandbox::veth("lan" + n, "nb" + n, &peer);
-        peer.must("ip addr add 192.168." + n + ".1/24 dev nb" + n);
-        sandbox::addr_add("lan" + n, "192.168." + n + ".10/24");
-    }
+    clitest::wire_two_ports(peer);
     sandbox::must("/bin/config_generate");
     return true;
 }

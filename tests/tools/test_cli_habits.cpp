@@ -4,38 +4,23 @@
 // warnings.
 #include <string>
 
+#include "cli_support.h"
 #include "sandbox.h"
 
 namespace
 {
 
-const std::string kDir = NETLIB_BINARY_DIR "/tools";
-
-struct Outcome {
-    int status;
-    std::string out, err;
-};
-
-// Shell text naming the tool as "netlibctl"; `input` is its standard input.
-Outcome run(const std::string &line, const std::string &input = "")
-{
-    sandbox::write_file("/tmp/cli.in", input);
-    int st = sandbox::sh("unset NETLIB_LOG NETLIB_LOG_LEVEL; PATH=" + kDir + ":$PATH; { " + line +
-                         "; } >/tmp/cli.out 2>/tmp/cli.err </tmp/cli.in");
-    return {st, sandbox::read_file("/tmp/cli.out"), sandbox::read_file("/tmp/cli.err")};
-}
+using clitest::Outcome;
+using clitest::run;
 
 // lan1 and lan2 wired to the peer, holding 192.168.N.10/24, with their stored package.
 void device(sandbox::Peer &peer)
 {
-    sandbox::set_device("lan1,lan2");
+    clitest::wire_two_ports(peer);
     std::string pkg;
-    for (const char *n : {"1", "2"}) {
-        sandbox::veth(std::string("lan") + n, std::string("nb") + n, &peer);
-        sandbox::addr_add(std::string("lan") + n, std::string("192.168.") + n + ".10/24");
+    for (const char *n : {"1", "2"})
         pkg += std::string("config interface 'lan") + n + "'\n\toption ipaddr '192.168." + n +
                ".10'\n\toption netmask '255.255.255.0'\n\toption mtu '1500'\n";
-    }
     sandbox::write_file("/etc/config/network",
                         pkg + "config ddns 'ddns'\n\toption enable '1'\n\toption password 'pw1'\n"
                               "config pppoe 'pppoe'\n\toption enable '0'\n\toption interface "
@@ -65,7 +50,7 @@ void check_rows(const Row *rows, size_t n)
 #define REQUIRE_TOOL()                                                                             \
     do {                                                                                           \
         REQUIRE_SANDBOX();                                                                         \
-        if (sandbox::sh(kDir + "/netlibctl --help >/dev/null 2>&1") != 0)                          \
+        if (sandbox::sh(clitest::kTool + " --help >/dev/null 2>&1") != 0)                          \
             GTEST_SKIP() << "netlibctl does not run here";                                         \
     } while (0)
 

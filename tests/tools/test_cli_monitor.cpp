@@ -9,12 +9,13 @@
 #include <sstream>
 #include <string>
 
+#include "cli_support.h"
 #include "sandbox.h"
 
 namespace
 {
 
-const std::string kTool = NETLIB_BINARY_DIR "/tools/netlibctl";
+using clitest::kTool;
 
 pid_t start(bool json, const char *out)
 {

@@ -2,12 +2,13 @@
 // one JSON object naming the other host.
 #include <string>
 
+#include "cli_support.h"
 #include "sandbox.h"
 
 namespace
 {
 
-const std::string kTool = NETLIB_BINARY_DIR "/tools/netlibctl";
+using clitest::kTool;
 
 } // namespace
 
