@@ -39,3 +39,11 @@ inline void wire_two_ports(sandbox::Peer &peer)
 }
 
 } // namespace clitest
+
+// Skips where the built tool does not run (a cross build's tool on the build machine).
+#define REQUIRE_TOOL()                                                                             \
+    do {                                                                                           \
+        REQUIRE_SANDBOX();                                                                         \
+        if (sandbox::sh(clitest::kTool + " --help >/dev/null 2>&1") != 0)                          \
+            GTEST_SKIP() << clitest::kTool << " does not run here";                                \
+    } while (0)

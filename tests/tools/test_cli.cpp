@@ -23,14 +23,6 @@ Outcome ctl(const std::string &args, const std::string &prefix = "")
     return {st, sandbox::read_file("/tmp/cli.out"), sandbox::read_file("/tmp/cli.err")};
 }
 
-// A cross build's tool does not run on the build machine.
-#define REQUIRE_TOOL()                                                                             \
-    do {                                                                                           \
-        REQUIRE_SANDBOX();                                                                         \
-        if (sandbox::sh(kTool + " --help >/dev/null 2>&1") != 0)                                   \
-            GTEST_SKIP() << kTool << " does not run here";                                         \
-    } while (0)
-
 // A small JSON checker: one value, strings with control bytes escaped.
 bool json_value(const std::string &s, size_t &i)
 {

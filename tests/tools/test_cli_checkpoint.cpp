@@ -77,7 +77,7 @@ bool output_has(const char *text, double seconds)
 
 TEST(CliCheckpoint, StateComesBackAfterRollBack)
 {
-    REQUIRE_SANDBOX();
+    REQUIRE_TOOL();
     sandbox::Peer peer;
     two_ports(peer);
     const struct {
@@ -108,7 +108,7 @@ TEST(CliCheckpoint, StateComesBackAfterRollBack)
 
 TEST(CliCheckpoint, TryKeepsOnlyWhatIsConfirmed)
 {
-    REQUIRE_SANDBOX();
+    REQUIRE_TOOL();
     sandbox::Peer peer;
     two_ports(peer);
     enum How { kEnter, kConfirm, kUsr1, kInt, kDeadline, kFails };

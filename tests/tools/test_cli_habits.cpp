@@ -47,13 +47,6 @@ void check_rows(const Row *rows, size_t n)
     }
 }
 
-#define REQUIRE_TOOL()                                                                             \
-    do {                                                                                           \
-        REQUIRE_SANDBOX();                                                                         \
-        if (sandbox::sh(clitest::kTool + " --help >/dev/null 2>&1") != 0)                          \
-            GTEST_SKIP() << "netlibctl does not run here";                                         \
-    } while (0)
-
 } // namespace
 
 // In order on one device: each row's status and a text of its output or error.

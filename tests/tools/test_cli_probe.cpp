@@ -14,9 +14,7 @@ using clitest::kTool;
 
 TEST(CliProbe, ExitStatusAndJson)
 {
-    REQUIRE_SANDBOX();
-    if (sandbox::sh(kTool + " --help >/dev/null 2>&1") != 0)
-        GTEST_SKIP() << kTool << " does not run here";
+    REQUIRE_TOOL();
     sandbox::Peer peer;
     sandbox::veth("lan1", "nb1", &peer);
     peer.must("ip addr add 192.168.1.1/24 dev nb1 && ip addr add 2001:db8::1/64 dev nb1 nodad && "
